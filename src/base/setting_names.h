@@ -1,0 +1,31 @@
+// Every registry key and value name the library reads, spelled once.
+#pragma once
+
+namespace qaaisp::settings {
+
+// Keys below HKEY_LOCAL_MACHINE.
+inline constexpr const char* kProductKey = "SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor";
+inline constexpr const char* kMapiKey =
+    "SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor\\Services\\MAPI";
+
+// Library frame.
+inline constexpr const char* kStoreEventNotificationMode = "Store Event Notification Mode";
+inline constexpr const char* kPreventMessageDuplicates = "Prevent Message Duplicates";
+inline constexpr const char* kMailboxSizeCalcMode = "Mailbox Size Calc Mode";
+inline constexpr const char* kMailRootDirectory = "Mail Root Directory";
+inline constexpr const char* kMailRoot = "Mail Root";
+inline constexpr const char* kDataDirectory = "Data Directory";
+inline constexpr const char* kAllowCustomPostofficePaths = "Allow Custom Postoffice Paths";
+inline constexpr const char* kBadMailDirectory = "Bad Mail Directory";
+inline constexpr const char* kApplicationDirectory = "Application Directory";
+inline constexpr const char* kUseBufferAppendMode = "UseBufferAppendMode";
+
+// Store paths.
+inline constexpr const char* kPublicFoldersEnabled = "Public Folders Enabled";
+
+// Rows and the sorted index.
+inline constexpr const char* kIndexUsesLocalProperties = "Index Uses Local Properties";
+inline constexpr const char* kIndexGarbageCollectionThreshold =
+    "Index Garbage Collection Threshold";
+
+}  // namespace qaaisp::settings

@@ -1,0 +1,230 @@
+#include "test_env.h"
+
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "platform/registry.h"
+#include "platform/win32_error.h"
+
+namespace qaaisp::testing {
+
+namespace fs = std::filesystem;
+
+TempDir::TempDir() {
+  const char* base = std::getenv("TMPDIR");
+  std::string tmpl = std::string(base && *base ? base : "/tmp") + "/qaaisp-XXXXXX";
+  char* made = ::mkdtemp(tmpl.data());
+  if (!made) std::abort();
+  path_ = made;
+}
+
+TempDir::~TempDir() {
+  std::error_code ec;
+  fs::remove_all(path_, ec);
+}
+
+void MakeDirs(const std::string& path) {
+  std::error_code ec;
+  fs::create_directories(path, ec);
+}
+
+void WriteFile(const std::string& path, const std::string& content) {
+  MakeDirs(fs::path(path).parent_path());
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << content;
+  ASSERT_TRUE(out.good()) << path;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+bool Exists(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0;
+}
+
+FakeClockEnv::FakeClockEnv() : platform::EnvWrapper(platform::Env::Default()) {
+  // Start the fake wall clock at 2026-01-01 00:00:00 UTC.
+  start_ticks_ = platform::kUnixEpochTicks + 1767225600ULL * platform::kTicksPerSecond;
+}
+
+platform::FileTime FakeClockEnv::NowFileTime() {
+  return platform::FileTime::FromTicks(start_ticks_ + (tick_ms_.load() - 1000000) * 10000);
+}
+
+void FakeClockEnv::SleepMs(uint32_t ms) {
+  tick_ms_ += ms;
+  slept_ms_ += ms;
+  int n = ++sleep_count_;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    sleeps_.push_back(ms);
+  }
+  if (on_sleep_) on_sleep_(n);
+}
+
+std::vector<uint32_t> FakeClockEnv::sleeps() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return sleeps_;
+}
+
+void FakeClockEnv::ReportEvent(platform::EventType type, uint32_t id, const std::string& source,
+                               const std::string& first, const std::string& second) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    events_.push_back({type, id, source, first, second});
+  }
+  target()->ReportEvent(type, id, source, first, second);
+}
+
+void FakeClockEnv::DebugOutput(const std::string& text) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  debug_ += text;
+}
+
+std::vector<RecordedEvent> FakeClockEnv::events() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return events_;
+}
+
+std::string FakeClockEnv::debug_output() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return debug_;
+}
+
+std::vector<std::string> FaultInjectionEnv::log() {
+  std::lock_guard<std::mutex> lock(log_mutex_);
+  return log_;
+}
+
+bool FaultInjectionEnv::Tick(const std::string& what, bool* short_write) {
+  int n = ++calls_;
+  {
+    std::lock_guard<std::mutex> lock(log_mutex_);
+    log_.push_back(what);
+  }
+  if (n != fail_at_) return false;
+  if (short_write && fault_ == Fault::kShortWrite) {
+    *short_write = true;
+    return false;
+  }
+  platform::SetLastErrorCode(error_);
+  return true;
+}
+
+namespace {
+
+class FaultFile : public platform::File {
+ public:
+  FaultFile(std::unique_ptr<platform::File> inner, FaultInjectionEnv* env)
+      : inner_(std::move(inner)), env_(env) {}
+  int64_t ReadAt(uint64_t offset, void* buffer, size_t n) override {
+    return inner_->ReadAt(offset, buffer, n);
+  }
+  bool WriteAt(uint64_t offset, const void* data, size_t n) override {
+    bool short_write = false;
+    if (env_->Tick("write:" + inner_->path(), &short_write)) return false;
+    if (short_write) {
+      inner_->WriteAt(offset, data, n / 2);
+      platform::SetLastErrorCode(platform::kErrorDiskFull);
+      return false;
+    }
+    return inner_->WriteAt(offset, data, n);
+  }
+  bool Truncate(uint64_t size) override {
+    if (env_->Tick("truncate:" + inner_->path())) return false;
+    return inner_->Truncate(size);
+  }
+  bool Sync() override { return inner_->Sync(); }
+  int64_t Size() override { return inner_->Size(); }
+  bool GetWriteTime(platform::FileTime* out) override { return inner_->GetWriteTime(out); }
+  bool SetTimes(const platform::FileTime* c, const platform::FileTime* a,
+                const platform::FileTime* w) override {
+    if (env_->Tick("settimes:" + inner_->path())) return false;
+    return inner_->SetTimes(c, a, w);
+  }
+  const std::string& path() const override { return inner_->path(); }
+
+ private:
+  std::unique_ptr<platform::File> inner_;
+  FaultInjectionEnv* env_;
+};
+
+}  // namespace
+
+std::unique_ptr<platform::File> FaultInjectionEnv::OpenFile(const std::string& path,
+                                                            const platform::OpenOptions& o) {
+  if (o.write || o.disposition != platform::OpenDisposition::kOpenExisting) {
+    if (Tick("open:" + path)) return nullptr;
+  }
+  auto f = FakeClockEnv::OpenFile(path, o);
+  if (!f) return nullptr;
+  return std::make_unique<FaultFile>(std::move(f), this);
+}
+
+bool FaultInjectionEnv::RemoveFile(const std::string& path) {
+  if (Tick("remove:" + path)) return false;
+  return FakeClockEnv::RemoveFile(path);
+}
+
+bool FaultInjectionEnv::RenamePath(const std::string& from, const std::string& to, bool replace) {
+  if (Tick("rename:" + from + ">" + to)) return false;
+  return FakeClockEnv::RenamePath(from, to, replace);
+}
+
+bool FaultInjectionEnv::CopyFileTo(const std::string& from, const std::string& to, bool f) {
+  if (Tick("copy:" + from + ">" + to)) return false;
+  return FakeClockEnv::CopyFileTo(from, to, f);
+}
+
+bool FaultInjectionEnv::MakeDirectory(const std::string& path) {
+  if (Tick("mkdir:" + path)) return false;
+  return FakeClockEnv::MakeDirectory(path);
+}
+
+bool FaultInjectionEnv::RemoveDirectory(const std::string& path) {
+  if (Tick("rmdir:" + path)) return false;
+  return FakeClockEnv::RemoveDirectory(path);
+}
+
+ScopedRegistry::ScopedRegistry(const std::string& content) {
+  path_ = dir_.Sub("settings.reg");
+  Rewrite(content);
+  platform::Registry::ResetProcessForTesting({path_});
+}
+
+ScopedRegistry::~ScopedRegistry() {
+  platform::Registry::ResetProcessForTesting({});
+}
+
+void ScopedRegistry::Rewrite(const std::string& content) {
+  WriteFile(path_, content);
+  // Distinct modification times even within one clock tick.
+  struct timespec ts[2];
+  ts[0].tv_sec = ts[1].tv_sec = 1700000000 + (++generation_);
+  ts[0].tv_nsec = ts[1].tv_nsec = 0;
+  ::utimensat(AT_FDCWD, path_.c_str(), ts, 0);
+}
+
+std::string RegText(const std::vector<std::pair<std::string, std::vector<std::string>>>& keys) {
+  std::string text = "Windows Registry Editor Version 5.00\r\n\r\n";
+  for (const auto& [key, lines] : keys) {
+    text += "[HKEY_LOCAL_MACHINE\\" + key + "]\r\n";
+    for (const auto& line : lines) text += line + "\r\n";
+    text += "\r\n";
+  }
+  return text;
+}
+
+}  // namespace qaaisp::testing
