@@ -3,7 +3,7 @@
 # functions the public header declares with QAAISP_API.
 set -euo pipefail
 lib=$1 header=$2
-want=$(grep -oE 'QAAISP_API[^;(]*[ *][A-Za-z_][A-Za-z0-9_]*\(' "$header" |
+want=$(grep -oE '^QAAISP_API[^;(]*[ *][A-Za-z_][A-Za-z0-9_]*\(' "$header" |
        sed -E 's/.*[ *]([A-Za-z_][A-Za-z0-9_]*)\($/\1/' | sort -u)
 have=$(nm -D --defined-only "$lib" | awk '{print $3}' | sed 's/@.*//' | sort -u)
 if [ "$want" != "$have" ]; then
