@@ -5,6 +5,7 @@
 // registry mutex comes first.
 #pragma once
 
+#include <atomic>
 #include <map>
 #include <string>
 
@@ -20,7 +21,7 @@ struct ModuleState {
   platform::RecursiveMutex* registry_mutex = nullptr;
   platform::RecursiveMutex* close_mutex = nullptr;
   // 1: a handle and its index belong to one thread; 0: threads share.
-  int affinity = 1;
+  std::atomic<int> affinity{1};
 };
 
 ModuleState& Module();

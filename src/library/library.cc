@@ -29,8 +29,8 @@ platform::Module* g_options_provider = nullptr;
 platform::Module* g_postoffice_provider = nullptr;
 
 constexpr const char* kServiceProcesses[] = {
-    "QASMTPC.EXE", "QASMSC.EXE", "QALDAPS.EXE", "QAIMAPS.EXE", "QAMAPIS.EXE",
-    "QAMTA.EXE",   "QAPOC.EXE",  "QAPOPS.EXE",  "QALCS.EXE",   "QAHTTPS.EXE",
+    "QASMTPC.EXE", "QASMSC.EXE",  "QALDAPS.EXE", "QAIMAPS.EXE", "QAMAPIS.EXE",
+    "QAMTA.EXE",   "QAPOC.EXE",   "QAPOPS.EXE",  "QALCS.EXE",   "QAHTTPS.EXE",
     "QAPOPC.EXE",  "OUTLOOK.EXE", "QARADMS.EXE"};
 
 FolderHandle* NewHandle() {

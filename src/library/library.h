@@ -10,9 +10,9 @@ namespace qaaisp {
 
 // The three thread slots.
 struct ThreadSlots {
-  FolderHandle* handle = nullptr;   // first: this thread's FolderHandle
-  void* search_table = nullptr;     // second: the folder search table
-  void* message_cursor = nullptr;   // third: the message cursor
+  FolderHandle* handle = nullptr;  // first: this thread's FolderHandle
+  void* search_table = nullptr;    // second: the folder search table
+  void* message_cursor = nullptr;  // third: the message cursor
 };
 
 ThreadSlots& CurrentThreadSlots();

@@ -24,10 +24,10 @@ namespace qaaisp::platform {
 enum class ShareMode { kShareAny, kShareRead, kShareReadWrite, kShareNone };
 
 enum class OpenDisposition {
-  kOpenExisting,   // fail with 2/3 if missing
-  kCreateNew,      // fail with 80 if present (O_EXCL)
-  kCreateAlways,   // create or truncate
-  kOpenAlways,     // create if missing
+  kOpenExisting,  // fail with 2/3 if missing
+  kCreateNew,     // fail with 80 if present (O_EXCL)
+  kCreateAlways,  // create or truncate
+  kOpenAlways,    // create if missing
   kTruncateExisting,
 };
 
@@ -152,11 +152,8 @@ class EnvWrapper : public Env {
   }
   bool Stat(const std::string& path, FileInfo* info) override { return target_->Stat(path, info); }
   bool MakeDirectory(const std::string& path) override { return target_->MakeDirectory(path); }
-  bool RemoveDirectory(const std::string& path) override {
-    return target_->RemoveDirectory(path);
-  }
-  bool ListDirectory(const std::string& dir, bool with_info,
-                     std::vector<DirEntry>* out) override {
+  bool RemoveDirectory(const std::string& path) override { return target_->RemoveDirectory(path); }
+  bool ListDirectory(const std::string& dir, bool with_info, std::vector<DirEntry>* out) override {
     return target_->ListDirectory(dir, with_info, out);
   }
   FileTime NowFileTime() override { return target_->NowFileTime(); }

@@ -195,11 +195,20 @@ std::string EscapeEventField(const std::string& s) {
   out.reserve(s.size());
   for (char c : s) {
     switch (c) {
-      case '\r': out += "\\r"; break;
-      case '\n': out += "\\n"; break;
-      case '\t': out += "\\t"; break;
-      case '\\': out += "\\\\"; break;
-      default: out += c;
+      case '\r':
+        out += "\\r";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      default:
+        out += c;
     }
   }
   return out;
@@ -226,11 +235,19 @@ class PosixEnv final : public Env {
       flags |= O_RDONLY;
     }
     switch (o.disposition) {
-      case OpenDisposition::kOpenExisting: break;
-      case OpenDisposition::kCreateNew: flags |= O_CREAT | O_EXCL; break;
-      case OpenDisposition::kCreateAlways: flags |= O_CREAT; break;
-      case OpenDisposition::kOpenAlways: flags |= O_CREAT; break;
-      case OpenDisposition::kTruncateExisting: break;
+      case OpenDisposition::kOpenExisting:
+        break;
+      case OpenDisposition::kCreateNew:
+        flags |= O_CREAT | O_EXCL;
+        break;
+      case OpenDisposition::kCreateAlways:
+        flags |= O_CREAT;
+        break;
+      case OpenDisposition::kOpenAlways:
+        flags |= O_CREAT;
+        break;
+      case OpenDisposition::kTruncateExisting:
+        break;
     }
     int fd = ::open(path.c_str(), flags, 0644);
     if (fd < 0) {
@@ -398,8 +415,7 @@ class PosixEnv final : public Env {
     return true;
   }
 
-  bool ListDirectory(const std::string& dir, bool with_info,
-                     std::vector<DirEntry>* out) override {
+  bool ListDirectory(const std::string& dir, bool with_info, std::vector<DirEntry>* out) override {
     out->clear();
     DIR* d = ::opendir(dir.c_str());
     if (!d) {
@@ -424,8 +440,7 @@ class PosixEnv final : public Env {
         entry.size = sx.stx_size;
         entry.write_time = FileTimeFromUnixNanos(sx.stx_mtime.tv_sec, sx.stx_mtime.tv_nsec);
         if (sx.stx_mask & STATX_BTIME) {
-          entry.creation_time =
-              FileTimeFromUnixNanos(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec);
+          entry.creation_time = FileTimeFromUnixNanos(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec);
         }
       } else {
         entry.is_directory = e->d_type == DT_DIR;
@@ -514,29 +529,46 @@ void SetLastErrorCode(uint32_t code) { t_last_error = code; }
 
 uint32_t Win32ErrorFromErrno(int err, bool parent_missing, bool directory) {
   switch (err) {
-    case 0: return kErrorSuccess;
+    case 0:
+      return kErrorSuccess;
     case ENOENT:
-    case ENOTDIR: return parent_missing ? kErrorPathNotFound : kErrorFileNotFound;
+    case ENOTDIR:
+      return parent_missing ? kErrorPathNotFound : kErrorFileNotFound;
     case EACCES:
     case EPERM:
     case EROFS:
-    case EISDIR: return kErrorAccessDenied;
-    case EEXIST: return directory ? kErrorAlreadyExists : kErrorFileExists;
-    case ENOTEMPTY: return kErrorDirNotEmpty;
-    case ENAMETOOLONG: return kErrorFilenameExcedRange;
+    case EISDIR:
+      return kErrorAccessDenied;
+    case EEXIST:
+      return directory ? kErrorAlreadyExists : kErrorFileExists;
+    case ENOTEMPTY:
+      return kErrorDirNotEmpty;
+    case ENAMETOOLONG:
+      return kErrorFilenameExcedRange;
     case ENOSPC:
-    case EDQUOT: return kErrorDiskFull;
+    case EDQUOT:
+      return kErrorDiskFull;
     case EMFILE:
-    case ENFILE: return kErrorTooManyOpenFiles;
-    case ENOMEM: return kErrorNotEnoughMemory;
-    case EBADF: return kErrorInvalidHandle;
-    case EINVAL: return kErrorInvalidParameter;
-    case EWOULDBLOCK: return kErrorSharingViolation;
-    case EBUSY: return kErrorBusy;
-    case EPIPE: return kErrorBrokenPipe;
-    case EIO: return kErrorGenFailure;
-    case ETIMEDOUT: return kErrorTimeout;
-    default: return kErrorGenFailure;
+    case ENFILE:
+      return kErrorTooManyOpenFiles;
+    case ENOMEM:
+      return kErrorNotEnoughMemory;
+    case EBADF:
+      return kErrorInvalidHandle;
+    case EINVAL:
+      return kErrorInvalidParameter;
+    case EWOULDBLOCK:
+      return kErrorSharingViolation;
+    case EBUSY:
+      return kErrorBusy;
+    case EPIPE:
+      return kErrorBrokenPipe;
+    case EIO:
+      return kErrorGenFailure;
+    case ETIMEDOUT:
+      return kErrorTimeout;
+    default:
+      return kErrorGenFailure;
   }
 }
 
@@ -563,8 +595,8 @@ bool ReadWholeFile(Env* env, const std::string& path, std::string* out) {
 }
 
 bool WriteWholeFileAtomic(Env* env, const std::string& path, std::string_view data) {
-  std::string tmp = path + ".tmp" + std::to_string(env->ProcessId()) + "_" +
-                    std::to_string(env->ThreadId());
+  std::string tmp =
+      path + ".tmp" + std::to_string(env->ProcessId()) + "_" + std::to_string(env->ThreadId());
   {
     OpenOptions o;
     o.write = true;

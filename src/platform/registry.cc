@@ -85,8 +85,9 @@ bool ParseHexBytes(std::string_view text, std::vector<uint8_t>* out) {
   out->clear();
   size_t i = 0;
   while (i < text.size()) {
-    while (i < text.size() && (text[i] == ',' || std::isspace(static_cast<unsigned char>(text[i])) ||
-                               text[i] == '\\')) {
+    while (
+        i < text.size() &&
+        (text[i] == ',' || std::isspace(static_cast<unsigned char>(text[i])) || text[i] == '\\')) {
       ++i;
     }
     if (i >= text.size()) break;
@@ -248,13 +249,16 @@ bool Registry::ReadDword(std::string_view key, std::string_view name, uint32_t* 
   RegistryValue v;
   if (!Find(key, name, &v)) return false;
   switch (v.kind) {
-    case RegistryValue::Kind::kDword: *out = v.dword; return true;
+    case RegistryValue::Kind::kDword:
+      *out = v.dword;
+      return true;
     case RegistryValue::Kind::kBinary:
       if (v.bytes.size() < 4) return false;
       *out = v.bytes[0] | (v.bytes[1] << 8) | (v.bytes[2] << 16) |
              (static_cast<uint32_t>(v.bytes[3]) << 24);
       return true;
-    case RegistryValue::Kind::kString: return false;
+    case RegistryValue::Kind::kString:
+      return false;
   }
   return false;
 }
@@ -266,8 +270,7 @@ bool Registry::ReadString(std::string_view key, std::string_view name, std::stri
   return true;
 }
 
-bool Registry::ReadBinary(std::string_view key, std::string_view name,
-                          std::vector<uint8_t>* out) {
+bool Registry::ReadBinary(std::string_view key, std::string_view name, std::vector<uint8_t>* out) {
   RegistryValue v;
   if (!Find(key, name, &v) || v.kind != RegistryValue::Kind::kBinary) return false;
   *out = v.bytes;

@@ -1,7 +1,7 @@
 #include "test_env.h"
 
-#include <gtest/gtest.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -204,9 +204,7 @@ ScopedRegistry::ScopedRegistry(const std::string& content) {
   platform::Registry::ResetProcessForTesting({path_});
 }
 
-ScopedRegistry::~ScopedRegistry() {
-  platform::Registry::ResetProcessForTesting({});
-}
+ScopedRegistry::~ScopedRegistry() { platform::Registry::ResetProcessForTesting({}); }
 
 void ScopedRegistry::Rewrite(const std::string& content) {
   WriteFile(path_, content);

@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "platform/env.h"
+#include "platform/win32_error.h"
+#include "test_env.h"
+
+namespace qaaisp::platform {
+namespace {
+
+using testing::TempDir;
+
+class PosixEnvTest : public ::testing::Test {
+ protected:
+  Env* env = Env::Default();
+  TempDir dir;
+
+  std::unique_ptr<File> Open(const std::string& path, ShareMode share, bool write = false,
+                             OpenDisposition disp = OpenDisposition::kOpenExisting) {
+    OpenOptions o;
+    o.write = write;
+    o.share = share;
+    o.disposition = disp;
+    return env->OpenFile(path, o);
+  }
+};
+
+TEST_F(PosixEnvTest, MissingFileAndMissingParentGiveDistinctErrors) {
+  FileInfo info;
+  EXPECT_FALSE(env->Stat(dir.Sub("nothing"), &info));
+  EXPECT_EQ(LastError(), kErrorFileNotFound);
+  EXPECT_FALSE(env->Stat(dir.Sub("no/such/dir/file"), &info));
+  EXPECT_EQ(LastError(), kErrorPathNotFound);
+  EXPECT_EQ(Open(dir.Sub("no/file"), ShareMode::kShareRead), nullptr);
+  EXPECT_EQ(LastError(), kErrorPathNotFound);
+  EXPECT_FALSE(env->RemoveFile(dir.Sub("nothing")));
+  EXPECT_EQ(LastError(), kErrorFileNotFound);
+}
+
+TEST_F(PosixEnvTest, CreateNewIsExclusiveAndExistingNamesReportTheirKind) {
+  auto first = Open(dir.Sub("x.blk"), ShareMode::kShareRead, true, OpenDisposition::kCreateNew);
+  ASSERT_NE(first, nullptr);
+  EXPECT_EQ(Open(dir.Sub("x.blk"), ShareMode::kShareAny, true, OpenDisposition::kCreateNew),
+            nullptr);
+  EXPECT_EQ(LastError(), kErrorFileExists);
+  ASSERT_TRUE(env->MakeDirectory(dir.Sub("d")));
+  EXPECT_FALSE(env->MakeDirectory(dir.Sub("d")));
+  EXPECT_EQ(LastError(), kErrorAlreadyExists);
+}
+
+TEST_F(PosixEnvTest, HeldFileCannotBeDeletedOrReplacedUntilReleased) {
+  testing::WriteFile(dir.Sub("_index.blk"), "");
+  testing::WriteFile(dir.Sub("new"), "n");
+  auto holder = Open(dir.Sub("_index.blk"), ShareMode::kShareRead);
+  ASSERT_NE(holder, nullptr);
+  EXPECT_FALSE(env->RemoveFile(dir.Sub("_index.blk")));
+  EXPECT_EQ(LastError(), kErrorSharingViolation);
+  EXPECT_FALSE(env->RenamePath(dir.Sub("new"), dir.Sub("_index.blk"), true));
+  EXPECT_EQ(LastError(), kErrorSharingViolation);
+  holder.reset();
+  EXPECT_TRUE(env->RemoveFile(dir.Sub("_index.blk")));
+}
+
+TEST_F(PosixEnvTest, ExclusiveOpenShutsOutReadersAndReadersShutOutExclusive) {
+  testing::WriteFile(dir.Sub("_index.xml"), "<x/>");
+  auto writer = Open(dir.Sub("_index.xml"), ShareMode::kShareNone, true);
+  ASSERT_NE(writer, nullptr);
+  EXPECT_EQ(Open(dir.Sub("_index.xml"), ShareMode::kShareRead), nullptr);
+  EXPECT_EQ(LastError(), kErrorSharingViolation);
+  writer.reset();
+  auto reader1 = Open(dir.Sub("_index.xml"), ShareMode::kShareRead);
+  auto reader2 = Open(dir.Sub("_index.xml"), ShareMode::kShareReadWrite);
+  EXPECT_NE(reader1, nullptr);
+  EXPECT_NE(reader2, nullptr);
+  EXPECT_EQ(Open(dir.Sub("_index.xml"), ShareMode::kShareNone, true), nullptr);
+}
+
+TEST_F(PosixEnvTest, PositionalIoTruncateAndTimes) {
+  auto f = Open(dir.Sub("f"), ShareMode::kShareAny, true, OpenDisposition::kCreateAlways);
+  ASSERT_NE(f, nullptr);
+  ASSERT_TRUE(f->WriteAt(0, "hello world", 11));
+  ASSERT_TRUE(f->WriteAt(6, "WORLD", 5));
+  char buf[16] = {};
+  EXPECT_EQ(f->ReadAt(0, buf, sizeof buf), 11);
+  EXPECT_STREQ(buf, "hello WORLD");
+  ASSERT_TRUE(f->Truncate(5));
+  EXPECT_EQ(f->Size(), 5);
+  FileTime t = FileTimeFromUnixNanos(1600000000, 123456700);
+  ASSERT_TRUE(f->SetTimes(nullptr, nullptr, &t));
+  FileTime got;
+  ASSERT_TRUE(f->GetWriteTime(&got));
+  EXPECT_EQ(got, t);
+  FileInfo info;
+  ASSERT_TRUE(env->Stat(dir.Sub("f"), &info));
+  EXPECT_EQ(info.write_time, t);
+  EXPECT_EQ(info.size, 5u);
+  EXPECT_EQ(UnixSecondsFromFileTime(t), 1600000000);
+}
+
+TEST_F(PosixEnvTest, CopyKeepsTheWriteTimeAndRenameRefusesExistingWithoutReplace) {
+  testing::WriteFile(dir.Sub("a"), "abc");
+  FileInfo a;
+  ASSERT_TRUE(env->Stat(dir.Sub("a"), &a));
+  ASSERT_TRUE(env->CopyFileTo(dir.Sub("a"), dir.Sub("b"), true));
+  FileInfo b;
+  ASSERT_TRUE(env->Stat(dir.Sub("b"), &b));
+  EXPECT_EQ(a.write_time, b.write_time);
+  EXPECT_FALSE(env->CopyFileTo(dir.Sub("a"), dir.Sub("b"), true));
+  EXPECT_EQ(LastError(), kErrorFileExists);
+  EXPECT_FALSE(env->RenamePath(dir.Sub("a"), dir.Sub("b"), false));
+  EXPECT_EQ(LastError(), kErrorAlreadyExists);
+  EXPECT_TRUE(env->RenamePath(dir.Sub("a"), dir.Sub("b"), true));
+  EXPECT_EQ(testing::ReadFile(dir.Sub("b")), "abc");
+}
+
+TEST_F(PosixEnvTest, ListingGivesNamesWithAndWithoutInfo) {
+  testing::WriteFile(dir.Sub("1.MAI"), "12345");
+  ASSERT_TRUE(env->MakeDirectory(dir.Sub("Sub")));
+  std::vector<DirEntry> entries;
+  ASSERT_TRUE(env->ListDirectory(dir.path(), true, &entries));
+  ASSERT_EQ(entries.size(), 2u);
+  for (const auto& e : entries) {
+    if (e.name == "1.MAI") {
+      EXPECT_FALSE(e.is_directory);
+      EXPECT_EQ(e.size, 5u);
+    } else {
+      EXPECT_EQ(e.name, "Sub");
+      EXPECT_TRUE(e.is_directory);
+    }
+  }
+  ASSERT_TRUE(env->ListDirectory(dir.path(), false, &entries));
+  EXPECT_EQ(entries.size(), 2u);
+  EXPECT_FALSE(env->ListDirectory(dir.Sub("missing"), false, &entries));
+}
+
+TEST_F(PosixEnvTest, WholeFileWriteIsAtomicAndLeavesNoTemporary) {
+  ASSERT_TRUE(WriteWholeFileAtomic(env, dir.Sub("_FOLDER.DAT"), std::string(52, '\0')));
+  std::string back;
+  ASSERT_TRUE(ReadWholeFile(env, dir.Sub("_FOLDER.DAT"), &back));
+  EXPECT_EQ(back.size(), 52u);
+  std::vector<DirEntry> entries;
+  ASSERT_TRUE(env->ListDirectory(dir.path(), false, &entries));
+  EXPECT_EQ(entries.size(), 1u);
+}
+
+TEST(Win32ErrorTest, LastErrorIsPerThread) {
+  SetLastErrorCode(32);
+  std::thread([] {
+    EXPECT_EQ(LastError(), 0u);
+    SetLastErrorCode(5);
+  }).join();
+  EXPECT_EQ(LastError(), 32u);
+}
+
+}  // namespace
+}  // namespace qaaisp::platform
