@@ -18,8 +18,8 @@ std::string ComErrorReportText(const char* function, const ComError& e, LineTrac
   std::snprintf(code, sizeof code, "%08X", e.hresult());
   std::string text = std::string(function) + " handled a COM error.\n";
   text += "Code = 0x" + std::string(code) + "\n";
-  text += "Code meaning = " + (e.message().empty() ? ComErrorText(e.hresult()) : e.message()) +
-          "\n";
+  text +=
+      "Code meaning = " + (e.message().empty() ? ComErrorText(e.hresult()) : e.message()) + "\n";
   text += "Source = " + e.source() + "\n";
   text += "Error Description = " + e.description() + "\n";
   AppendLineTrace(&text, trace);
@@ -29,8 +29,8 @@ std::string ComErrorReportText(const char* function, const ComError& e, LineTrac
 std::string ExceptionReportText(const char* function, const Exception& e, LineTrace trace) {
   std::string text = std::string(function) + " handled an exception; session will be dropped.\n";
   text += "The exception was: " + e.message() + "\n";
-  text += "The exception occurred in : " + e.source_file() + ", line " +
-          std::to_string(e.line()) + "\n";
+  text += "The exception occurred in : " + e.source_file() + ", line " + std::to_string(e.line()) +
+          "\n";
   AppendLineTrace(&text, trace);
   return text;
 }

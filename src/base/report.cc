@@ -55,13 +55,20 @@ std::string ComErrorText(uint32_t hresult) {
   // The few codes the document layer raises have system texts; any other
   // code gets the fallback forms.
   switch (hresult) {
-    case 0x80004005u: return "Unspecified error";
-    case 0x8007000Eu: return "Not enough memory resources are available to complete this operation.";
-    case 0x80070057u: return "The parameter is incorrect.";
-    case 0x80070002u: return "The system cannot find the file specified.";
-    case 0x80070005u: return "Access is denied.";
-    case 0x80004001u: return "Not implemented";
-    default: break;
+    case 0x80004005u:
+      return "Unspecified error";
+    case 0x8007000Eu:
+      return "Not enough memory resources are available to complete this operation.";
+    case 0x80070057u:
+      return "The parameter is incorrect.";
+    case 0x80070002u:
+      return "The system cannot find the file specified.";
+    case 0x80070005u:
+      return "Access is denied.";
+    case 0x80004001u:
+      return "Not implemented";
+    default:
+      break;
   }
   char buffer[32];
   // IDispatch codes are the range 0x80040200 to 0x8004FFFF.
