@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "base/library_settings.h"
 #include "base/module_state.h"
@@ -143,8 +144,17 @@ int LibraryUnInit() {
   slots.message_cursor = nullptr;
   // The close mutex is closed; the registry mutex stays open. A later user
   // makes a fresh close mutex on first need.
+  // A thread of the host may still be inside it, so the old mutex is kept
+  // (reachable) rather than destroyed.
+  static std::mutex retired_mutex;
+  static auto* retired = new std::vector<platform::RecursiveMutex*>;
   ModuleState& m = Module();
-  std::atomic_ref<platform::RecursiveMutex*>(m.close_mutex).store(nullptr);
+  platform::RecursiveMutex* old =
+      std::atomic_ref<platform::RecursiveMutex*>(m.close_mutex).exchange(nullptr);
+  if (old) {
+    std::lock_guard<std::mutex> lock(retired_mutex);
+    retired->push_back(old);
+  }
   return 1;
 }
 
