@@ -204,9 +204,13 @@ Registry& Registry::Process() {
 }
 
 void Registry::ResetProcessForTesting(std::vector<std::string> files) {
-  std::lock_guard<std::mutex> lock(g_process_registry_mutex);
-  // The old object is leaked on purpose: another thread may still hold it.
-  g_process_registry = new Registry(Env::Default(), std::move(files));
+  Registry& r = Process();
+  std::lock_guard<std::mutex> lock(r.mutex_);
+  r.files_ = std::move(files);
+  r.stamps_.clear();
+  r.present_.clear();
+  r.data_.clear();
+  r.loaded_ = false;
 }
 
 void Registry::RefreshLocked() {
