@@ -6,7 +6,9 @@
 #include <thread>
 
 #include "base/module_state.h"
+#include "base/setting_names.h"
 #include "library/folder_handle.h"
+#include "test_env.h"
 
 namespace qaaisp {
 namespace {
@@ -93,6 +95,27 @@ TEST(HostProcessTest, ServiceNamesMatchAnywhereWithoutCase) {
   EXPECT_TRUE(HostIsServiceProcess("/opt/qa/bin/OUTLOOK.EXE"));
   EXPECT_FALSE(HostIsServiceProcess("/usr/bin/qastore"));
   EXPECT_FALSE(HostIsServiceProcess("QAIMAP.EXE"));
+}
+
+}  // namespace
+}  // namespace qaaisp
+
+namespace qaaisp {
+namespace {
+
+TEST(ProviderTest, OptionsProviderLoadsFromTheApplicationDirectoryWithSixtyFour) {
+  // Settings name "<dir>" and the provider lies in "<dir>64" as libqaaiso.so.
+  testing::ScopedRegistry reg(testing::RegText(
+      {{settings::kProductKey, {"\"Application Directory\"=\"" QAAISP_TEST_APP_DIR "\""}}}));
+  ASSERT_TRUE(ProcessAttach());
+  using GetOptionFn = int (*)(int, const char*, const char*, char*);
+  auto get = reinterpret_cast<GetOptionFn>(OptionsProviderSymbol("GetOption"));
+  ASSERT_NE(get, nullptr);
+  char value[1024] = {};
+  EXPECT_EQ(get(1, "po", "PostofficeRoot", value), 1);
+  EXPECT_STREQ(value, "/custom/root");
+  // The postoffice provider is missing there, and a missing one is no failure.
+  EXPECT_EQ(PostofficeProviderSymbol("MailboxFindFirst"), nullptr);
 }
 
 }  // namespace
