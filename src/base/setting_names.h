@@ -23,6 +23,11 @@ inline constexpr const char* kUseBufferAppendMode = "UseBufferAppendMode";
 // Store paths.
 inline constexpr const char* kPublicFoldersEnabled = "Public Folders Enabled";
 
+// Index block files.
+inline constexpr const char* kProvidersKey =
+    "SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor\\Providers";
+inline constexpr const char* kIndexUnblockMode = "Index Unblock Mode";
+
 // Rows and the sorted index.
 inline constexpr const char* kIndexUsesLocalProperties = "Index Uses Local Properties";
 inline constexpr const char* kIndexGarbageCollectionThreshold =
