@@ -33,4 +33,19 @@ inline constexpr const char* kIndexUsesLocalProperties = "Index Uses Local Prope
 inline constexpr const char* kIndexGarbageCollectionThreshold =
     "Index Garbage Collection Threshold";
 
+// Index persistence.
+inline constexpr const char* kImapServiceKey =
+    "SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor\\SERVICES\\IMAP";
+inline constexpr const char* kBackupIndex = "Backup Index";
+inline constexpr const char* kBackupIndexInterval = "Backup Index Interval";
+inline constexpr const char* kUseXmlStreamIndexDeserialisation =
+    "Use XML Stream Index Deserialisation";
+inline constexpr const char* kUseXmlStreamIndexSerialisation = "Use XML Stream Index Serialisation";
+inline constexpr const char* kCalendarReIndexMode = "Calendar ReIndex Mode";
+inline constexpr const char* kIndexReadCacheSize = "Index Read Cache Size";
+inline constexpr const char* kTimestampFile = "Timestamp file";
+inline constexpr const char* kOffsetIndex = "Offset Index";
+inline constexpr const char* kMsxmlIndexSerialisationProducesOldFormat =
+    "MSXML Index Serialisation Produces Old Format";
+
 }  // namespace qaaisp::settings
