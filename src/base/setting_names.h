@@ -48,4 +48,9 @@ inline constexpr const char* kOffsetIndex = "Offset Index";
 inline constexpr const char* kMsxmlIndexSerialisationProducesOldFormat =
     "MSXML Index Serialisation Produces Old Format";
 
+// MIME section reader.
+inline constexpr const char* kStoreProviderKey =
+    "SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor\\Providers\\Store";
+inline constexpr const char* kMessagePartAllocationUnit = "Message Part Allocation Unit";
+
 }  // namespace qaaisp::settings
