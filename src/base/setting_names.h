@@ -47,6 +47,9 @@ inline constexpr const char* kTimestampFile = "Timestamp file";
 inline constexpr const char* kOffsetIndex = "Offset Index";
 inline constexpr const char* kMsxmlIndexSerialisationProducesOldFormat =
     "MSXML Index Serialisation Produces Old Format";
+inline constexpr const char* kIndexWriteCacheSize = "Index Write Cache Size";
+inline constexpr const char* kDebugIndexSaves = "Debug Index Saves";
+inline constexpr const char* kIndexRequiresValidUtf8 = "Index Requires Valid UTF8";
 
 // MIME section reader.
 inline constexpr const char* kStoreProviderKey =
