@@ -53,13 +53,13 @@ class UnknownWeakPtr {
   T* operator->() const { return pointer_; }
 
   bool operator==(const UnknownWeakPtr& o) const { return RawEquals(o.pointer_); }
-  bool operator==(const T* raw) const { return RawEquals(raw); }
+  bool operator==(T* raw) const { return RawEquals(raw); }
   bool operator!=(const UnknownWeakPtr& o) const { return !RawEquals(o.pointer_); }
-  bool operator!=(const T* raw) const { return !RawEquals(raw); }
+  bool operator!=(T* raw) const { return !RawEquals(raw); }
   bool operator<(const UnknownWeakPtr& o) const { return RawBelow(o.pointer_); }
-  bool operator<(const T* raw) const { return RawBelow(raw); }
+  bool operator<(T* raw) const { return RawBelow(raw); }
   bool operator>(const UnknownWeakPtr& o) const { return RawAbove(o.pointer_); }
-  bool operator>(const T* raw) const { return RawAbove(raw); }
+  bool operator>(T* raw) const { return RawAbove(raw); }
   bool IsNull() const { return pointer_ == nullptr; }
 
   void SetFrom(const UnknownWeakPtr& other) { Set(other.pointer_); }
@@ -67,9 +67,9 @@ class UnknownWeakPtr {
   virtual void Set(T* raw) { pointer_ = raw; }
 
  protected:
-  bool RawEquals(const T* raw) const { return pointer_ == raw; }
-  bool RawBelow(const T* raw) const { return std::less<const T*>()(pointer_, raw); }
-  bool RawAbove(const T* raw) const { return std::less<const T*>()(raw, pointer_); }
+  bool RawEquals(T* raw) const { return pointer_ == raw; }
+  bool RawBelow(T* raw) const { return std::less<const T*>()(pointer_, raw); }
+  bool RawAbove(T* raw) const { return std::less<const T*>()(raw, pointer_); }
 
   T* pointer_ = nullptr;
 };
