@@ -81,6 +81,14 @@ int32_t FolderClass(const char* postoffice, const char* mailbox, const char* fol
 // case as written, so "x.cal" is a message.
 int32_t ClassByFileName(std::string_view file_name);
 
+// Fills the folder path of an index from its names, once: a path already
+// set is kept even if the names changed since. 0 (with a warning on standard
+// output) for a null index, else 1.
+int SetStoreIndexPaths(StoreIndex* index);
+
+// Sets an item's class from a file's extension.
+void SetItemClassFromFileName(IndexItem* item, std::string_view file_name);
+
 // True if two folder names are the same folder: leading separators are
 // ignored, "/" and "\" are one, case does not matter. A null name matches
 // anything.
