@@ -259,9 +259,11 @@ void IndexItemPropertyContainer::ResetKeepingKeys() {
   uint32_t uid_before = Uid();
   FreeTexts(TypeMapFor(local_map_));
   slots_.Resize(0);
+  // Marked by the UID it had: with the slots gone, the row would read as
+  // UID 0 and wipe the table's record of earlier changes.
   if (owner_) owner_->NoteModified(uid_before);
-  SetTextAt(IdKey(), id, false);
-  SetTextAt(UidKey(), uid, false);
+  SetTextAt(IdKey(), id, false, false);
+  SetTextAt(UidKey(), uid, false, false);
 }
 
 }  // namespace qaaisp
