@@ -1,0 +1,69 @@
+#include "mime/header_fields.h"
+
+#include "base/encoded_words.h"
+#include "mime/mime_text.h"
+
+namespace qaaisp {
+namespace {
+
+// The line at pos without its line end; *next is where the following one
+// starts.
+std::string_view LineAt(std::string_view header, size_t pos, size_t* next) {
+  *next = mime::NextLine(header, pos);
+  size_t end = *next;
+  if (end > pos && header[end - 1] == '\n') --end;
+  if (end > pos && header[end - 1] == '\r') --end;
+  return header.substr(pos, end - pos);
+}
+
+std::string_view TrimWhiteSpace(std::string_view text) { return mime::TrimBlanks(text); }
+
+}  // namespace
+
+int ParseHeaderFields(std::string_view header, std::vector<HeaderField>* fields, int options) {
+  WordDecodeOptions decode;
+  decode.join_adjacent = true;
+  std::string joined;
+  int added = 0;
+  size_t pos = 0;
+  while (pos < header.size()) {
+    size_t next = 0;
+    std::string_view line = LineAt(header, pos, &next);
+    pos = next;
+    if (line.empty()) break;               // the end of the header
+    if (mime::IsBlank(line[0])) continue;  // a continuation with no field before it
+    size_t colon = line.find(':');
+    if (colon == std::string_view::npos) continue;
+    std::string_view name = line.substr(0, colon);
+    while (!name.empty() && mime::IsBlank(name.back())) name.remove_suffix(1);
+    // A name has no blanks inside: this skips an mbox "From " line.
+    if (name.empty() || name.find_first_of(" \t") != std::string_view::npos) continue;
+
+    std::string_view value = line.substr(colon + 1);
+    // Continuation lines: most fields have none, so the value stays a view.
+    bool folded = false;
+    while (pos < header.size() && mime::IsBlank(header[pos])) {
+      std::string_view more = LineAt(header, pos, &next);
+      if (!folded) {
+        joined.assign(value);
+        folded = true;
+      }
+      joined.append(more);
+      pos = next;
+    }
+    if (folded) value = joined;
+    value = TrimWhiteSpace(value);
+
+    HeaderField& field = fields->emplace_back();
+    field.name.assign(name);
+    if (options & kHeaderFieldsRaw) {
+      AppendWide(value, kUtf8CodePage, &field.value);
+    } else {
+      DecodeWords(value, &field.value, decode);
+    }
+    ++added;
+  }
+  return added;
+}
+
+}  // namespace qaaisp
