@@ -162,6 +162,12 @@ QAAISP_API intptr_t SetLoggingFunction(void *a, void *b, void *c, void *d);
 QAAISP_API void *Memory_Allocate(uint64_t size);
 QAAISP_API int Memory_Free(void *p);
 
+/* Common: dates and the delimiter cutter */
+QAAISP_API int UnixTimeToFileTime(int32_t seconds, QA_FILETIME *out);
+QAAISP_API int64_t UnixTimeFromFileTime(QA_FILETIME ft);
+QAAISP_API const char *GetXMLDataEx(const char *text, const char *start, const char *end,
+                                    char *out, int outSize);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif

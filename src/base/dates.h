@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "platform/file_time.h"
 
@@ -31,6 +32,10 @@ struct SystemTime {
 // hour 24), fails.
 bool SystemTimeFromFileTime(platform::FileTime file_time, SystemTime* out);
 bool FileTimeFromSystemTime(const SystemTime& time, platform::FileTime* out);
+
+// The leading decimal number of text as atoi reads it (white space, a sign,
+// digits), saturated to the int32 range; 0 if there is none.
+int32_t LeadingDecimal(std::string_view text);
 
 // Unix seconds to a file time and back (whole seconds, truncated).
 platform::FileTime UnixTimeToFileTime(int32_t seconds);

@@ -1,0 +1,126 @@
+// NormaliseHeaderDate: a message's Date header to "YYYY-MM-DDTHH:MM:SS".
+#include <cstdio>
+#include <cstring>
+
+#include "base/dates.h"
+#include "base/xml_data.h"
+#include "platform/local_time.h"
+#include "platform/path_case.h"
+
+namespace qaaisp {
+
+namespace {
+
+constexpr size_t kFieldSize = 32;
+// The widest span the clock of the header dates covers: 1970-01-01 to
+// 3000-12-31 23:59:59 UTC. Outside it a date takes the fallback form.
+constexpr int64_t kLatestSecond = 32535215999;
+
+struct HeaderFields {
+  char day[kFieldSize] = {};
+  char month[kFieldSize] = {};
+  char year[kFieldSize] = {};
+  char hour[kFieldSize] = {};
+  char minute[kFieldSize] = {};
+  char second[kFieldSize] = {};
+  char zone[kFieldSize] = {};
+};
+
+// Cuts the tokens of a header date; false as soon as a delimiter is missing.
+bool CutFields(const char* date, HeaderFields* f) {
+  const char* p = date;
+  const char* comma = std::strchr(date, ',');
+  if (comma != nullptr && comma - date >= 2) {
+    char weekday[kFieldSize];
+    p = GetXMLDataEx(p, "", ",", weekday, kFieldSize);
+    if (p != nullptr) p = GetXMLDataEx(p, " ", " ", f->day, kFieldSize);
+    // An empty day means a doubled blank after the comma: cut once more.
+    if (p != nullptr && f->day[0] == '\0') p = GetXMLDataEx(p, "", " ", f->day, kFieldSize);
+  } else {
+    p = GetXMLDataEx(p, "", " ", f->day, kFieldSize);
+  }
+  if (p == nullptr) return false;
+  const struct {
+    char* field;
+    const char* end;
+  } steps[] = {{f->month, " "}, {f->year, " "}, {f->hour, ":"}, {f->minute, ":"}, {f->second, " "}};
+  for (const auto& step : steps) {
+    p = GetXMLDataEx(p, "", step.end, step.field, kFieldSize);
+    if (p == nullptr) return false;
+  }
+  if (std::strchr(p, ' ') == nullptr) {
+    std::snprintf(f->zone, kFieldSize, "%s", p);
+  } else {
+    GetXMLDataEx(p, "", " ", f->zone, kFieldSize);
+  }
+  return true;
+}
+
+// Month names "Jan" to "Nov" are 0 to 10; anything else, December.
+int32_t MonthIndex(const char* name) {
+  static constexpr const char* kNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                           "Jul", "Aug", "Sep", "Oct", "Nov"};
+  for (int32_t i = 0; i < 11; ++i) {
+    if (platform::EqualsNoCase(name, kNames[i])) return i;
+  }
+  return 11;
+}
+
+}  // namespace
+
+void NormaliseHeaderDate(const char* date, char* out, size_t out_size) {
+  if (date == nullptr || out == nullptr || out_size == 0) return;
+  HeaderFields f;
+  if (!CutFields(date, &f)) return;
+
+  int32_t year = LeadingDecimal(f.year);
+  // Two-digit years are always this century's: "99" is 2099.
+  if (year < 1901) year += 2000;
+  int32_t second = LeadingDecimal(f.second);
+  if (second >= 60) second = 0;
+  int32_t minute = LeadingDecimal(f.minute);
+  if (minute < 0 || minute > 59) minute = 0;
+  int32_t hour = LeadingDecimal(f.hour);
+  if (hour < 0 || hour > 24) hour = 0;
+  int32_t day = LeadingDecimal(f.day);
+  if (day < 1 || day > 31) day = 1;
+  const int32_t month = MonthIndex(f.month);
+
+  // The fields are read as standard local time; where daylight time turns
+  // out to apply, the hour the clock moved is taken back.
+  platform::LocalFields local;
+  local.year = year;
+  local.month = month + 1;
+  local.day = day;
+  local.hour = hour;
+  local.minute = minute;
+  local.second = second;
+  local.is_dst = 0;
+  int64_t t = 0;
+  bool valid = platform::MakeLocalTime(&local, &t) && t >= 0 && t <= kLatestSecond;
+  if (valid && local.is_dst) t -= 3600;
+
+  // Only the date's own offset moves it; the machine's zone is not
+  // compensated for.
+  if (valid && f.zone[0] != '\0') {
+    const int32_t offset = platform::EqualsNoCase(f.zone, "GMT") ? 0 : LeadingDecimal(f.zone);
+    const int64_t shifted = t - (int64_t{offset / 100} * 3600 + int64_t{offset % 100} * 60);
+    if (shifted > 0) t = shifted;
+  }
+  if (valid) valid = t <= kLatestSecond && platform::LocalTimeOf(t, &local);
+
+  char text[128];
+  if (valid) {
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", local.year, local.month,
+                  local.day, local.hour, local.minute, local.second);
+  } else {
+    // The raw fields. The month prints as its index, so January and
+    // February are both 01; out-of-range years print 1601.
+    const int32_t shown_year = year == 0 || (year >= 9999 && year != 9999) ? 1601 : year;
+    std::snprintf(text, sizeof text, "%4d-%02d-%02dT%02d:%02d:%02d", shown_year,
+                  month >= 1 && month <= 12 ? month : 1, day, hour, minute, second);
+  }
+  std::snprintf(out, out_size, "%s", text);
+}
+
+}  // namespace qaaisp
