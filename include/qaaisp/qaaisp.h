@@ -162,6 +162,11 @@ QAAISP_API intptr_t SetLoggingFunction(void *a, void *b, void *c, void *d);
 QAAISP_API void *Memory_Allocate(uint64_t size);
 QAAISP_API int Memory_Free(void *p);
 
+/* Index: store paths and block files */
+QAAISP_API int StoreIndex_SetPaths(StoreIndex *ix);
+QAAISP_API int WaitForAccessToIndexFileEx(const char *path, int keepHandle, QA_HANDLE *handle);
+QAAISP_API int UnBlockIndexFileAccessEx(const char *path, int closeHandle, QA_HANDLE *handle);
+
 /* Common: dates and the delimiter cutter */
 QAAISP_API int UnixTimeToFileTime(int32_t seconds, QA_FILETIME *out);
 QAAISP_API int64_t UnixTimeFromFileTime(QA_FILETIME ft);

@@ -1,0 +1,29 @@
+// Index block file exports: take and drop the lock between processes on a
+// folder's index (or any path a caller names).
+#include "locks/block_file.h"
+#include "qaaisp/qaaisp.h"
+
+extern "C" {
+
+int WaitForAccessToIndexFileEx(const char* path, int keepHandle, QA_HANDLE* handle) {
+  // A kept handle needs somewhere to go; without one the lock could never
+  // be closed.
+  if (!path || (!handle && keepHandle)) return 0;
+  QA_HANDLE unused = nullptr;
+  try {
+    return qaaisp::WaitForAccessToIndexFileEx(path, keepHandle, handle ? handle : &unused);
+  } catch (...) {
+    return 0;
+  }
+}
+
+int UnBlockIndexFileAccessEx(const char* path, int closeHandle, QA_HANDLE* handle) {
+  if (!path) return 0;
+  try {
+    return qaaisp::UnBlockIndexFileAccessEx(path, closeHandle, handle);
+  } catch (...) {
+    return 0;
+  }
+}
+
+}  // extern "C"
