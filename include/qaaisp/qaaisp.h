@@ -173,6 +173,16 @@ QAAISP_API int64_t UnixTimeFromFileTime(QA_FILETIME ft);
 QAAISP_API const char *GetXMLDataEx(const char *text, const char *start, const char *end,
                                     char *out, int outSize);
 
+/* Helpers for C callers: make and destroy the library's objects, name an
+ * index, and read the row count of its last open. */
+QAAISP_API StoreIndex *StoreIndex_New(void);
+QAAISP_API void StoreIndex_Delete(StoreIndex *ix);
+QAAISP_API IndexItem *IndexItem_New(void);
+QAAISP_API void IndexItem_Delete(IndexItem *item);
+QAAISP_API int StoreIndex_SetNames(StoreIndex *ix, const char *po, const char *mbox,
+                                   const char *folder, int itemClass);
+QAAISP_API int StoreIndex_GetRowCount(StoreIndex *ix);
+
 #ifdef __cplusplus
 } /* extern "C" */
 #endif
