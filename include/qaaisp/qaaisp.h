@@ -167,6 +167,31 @@ QAAISP_API int StoreIndex_SetPaths(StoreIndex *ix);
 QAAISP_API int WaitForAccessToIndexFileEx(const char *path, int keepHandle, QA_HANDLE *handle);
 QAAISP_API int UnBlockIndexFileAccessEx(const char *path, int closeHandle, QA_HANDLE *handle);
 
+/* Index: open, cache, update and commit */
+QAAISP_API int StoreIndex_Init(StoreIndex *ix);
+QAAISP_API int StoreIndex_Open(StoreIndex *ix, int mode);
+QAAISP_API int StoreIndex_Get(StoreIndex *ix);
+QAAISP_API int StoreIndex_Scan(StoreIndex *ix);
+QAAISP_API int StoreIndex_Close(StoreIndex *ix);
+QAAISP_API int StoreIndex_Release(StoreIndex *ix);
+QAAISP_API int StoreIndex_Save(StoreIndex *ix);
+QAAISP_API int StoreIndex_InsertItem(StoreIndex *ix, const char *fileName, int flag);
+QAAISP_API int StoreIndex_RemoveItem(StoreIndex *ix, const char *identifiers);
+QAAISP_API int GetStoreItemByMessageID(StoreIndex *ix, const char *id, int itemClass,
+                                       MessageSummaryRecord *out);
+QAAISP_API int Direct_StoreIndex_InsertItemEx(const char *po, const char *mbox, const char *folder,
+                                              const char *fileNames, const char *flags);
+QAAISP_API int Direct_StoreIndex_InsertItem(const char *po, const char *mbox, const char *folder,
+                                            const char *fileNames);
+QAAISP_API int Direct_StoreIndex_UpdateItem(const char *po, const char *mbox, const char *folder,
+                                            const char *ids, const char *update);
+QAAISP_API int Direct_StoreIndex_RemoveItem(const char *po, const char *mbox, const char *folder,
+                                            const char *ids);
+QAAISP_API void GetCachedStatus(const char *po, const char *mbox, const char *folder,
+                                FolderDetails *out);
+QAAISP_API void SetCachedStatus(const char *po, const char *mbox, const char *folder,
+                                const FolderDetails *in);
+
 /* Common: dates and the delimiter cutter */
 QAAISP_API int UnixTimeToFileTime(int32_t seconds, QA_FILETIME *out);
 QAAISP_API int64_t UnixTimeFromFileTime(QA_FILETIME ft);

@@ -1,0 +1,169 @@
+#include "store/direct_store_index.h"
+
+#include <gtest/gtest.h>
+
+#include "store/folder_status_file.h"
+#include "store/store_test_support.h"
+
+namespace qaaisp {
+namespace {
+
+using namespace store_testing;
+
+class DirectStoreIndexTest : public StoreTest {
+ protected:
+  DirectStoreIndexTest() : inbox_(Folder("Inbox")) {}
+
+  FolderDetails Status() {
+    FolderDetails d{};
+    ReadFolderStatusFile(&env_, inbox_ + "/_FOLDER.DAT", &d);
+    return d;
+  }
+  void Deliver(const std::string& name, size_t bytes) {
+    WriteFile(inbox_ + "/" + name, std::string(bytes, 'x'));
+  }
+
+  std::string inbox_;
+};
+
+TEST_F(DirectStoreIndexTest, DeliveryIndexesFilesAndKeepsTheSideFilesInStep) {
+  WriteFile(MailboxDir() + "/_DIRSIZE.TMP", "100");
+  Deliver("1.MAI", 1536);  // 2 KB rounded
+  Deliver("2.MAI", 511);   // 0 KB rounded
+  Deliver("3.MAI", 4096);
+
+  EXPECT_EQ(Direct_StoreIndex_InsertItemEx("po", "box", "Inbox", "1.MAI,2.MAI", "\\Seen,"), 1);
+  EXPECT_EQ(Direct_StoreIndex_InsertItemEx("po", "box", "Inbox", "3.MAI", nullptr), 1);
+  EXPECT_EQ(RowsOnDisk(inbox_),
+            (std::vector<std::string>{"1.MAI::1536", "2.MAI::511", "3.MAI::4096"}));
+  EXPECT_EQ(ReadFile(MailboxDir() + "/_DIRSIZE.TMP"), "106");
+  FolderDetails d = Status();
+  EXPECT_EQ(d.Total, 3);
+  EXPECT_EQ(d.Seen, 1);
+  EXPECT_EQ(d.RecentCount, 3);
+  EXPECT_EQ(d.RecentCount2, 3);
+  EXPECT_EQ(d.LastUID, 3);
+  EXPECT_FALSE(Exists(inbox_ + "/_index.blk"));
+
+  // A file that is not there makes no row, changes nothing and fails.
+  std::string before = ReadFile(inbox_ + "/_index.xml");
+  EXPECT_EQ(Direct_StoreIndex_InsertItemEx("po", "box", "Inbox", "9.MAI", nullptr), 0);
+  EXPECT_EQ(ReadFile(inbox_ + "/_index.xml"), before);
+  EXPECT_EQ(Status().Total, 3);
+}
+
+TEST_F(DirectStoreIndexTest, FlagUpdatesMergeAndCount) {
+  WriteFile(inbox_ + "/_index.xml", IndexText(3, {{"1.MAI", 1, "\\Recent", 100},
+                                                  {"2.MAI", 2, "\\Seen \\Flagged", 200},
+                                                  {"3.MAI", 3, "\\Recent", 300}}));
+  FolderDetails start{};
+  start.Total = 3;
+  start.Seen = 1;
+  start.Flagged = 1;
+  WriteFolderStatusFile(&env_, inbox_ + "/_FOLDER.DAT", start);
+
+  EXPECT_EQ(Direct_StoreIndex_UpdateItem("po", "box", "Inbox", "1.MAI", "+\\Seen"), 1);
+  EXPECT_EQ(Status().Seen, 2);
+  EXPECT_EQ(Direct_StoreIndex_UpdateItem("po", "box", "Inbox", "2.MAI", "\\Answered"), 1);
+  EXPECT_EQ(Direct_StoreIndex_UpdateItem("po", "box", "Inbox", "3.MAI", "SIZE=333"), 1);
+  EXPECT_EQ(RowsOnDisk(inbox_),
+            (std::vector<std::string>{"1.MAI:\\Recent \\Seen:100", "2.MAI:\\Answered:200",
+                                      "3.MAI:\\Recent:333"}));
+  FolderDetails d = Status();
+  EXPECT_EQ(d.Seen, 1);
+  EXPECT_EQ(d.Flagged, 0);
+  EXPECT_EQ(d.Answered, 1);
+
+  // "READ" follows "\Seen" both ways.
+  StoreIndex index;
+  ASSERT_TRUE(LoadIndexForClass(&index.table, &index, inbox_, 0, "po", "box", false, true, LoadFull,
+                                0, false, false, true, false));
+  EXPECT_EQ(index.table.by_id().find("1.MAI")->second->GetInteger("READ"), 1);
+  EXPECT_EQ(index.table.by_id().find("2.MAI")->second->GetInteger("READ"), 0);
+
+  // An update that changes nothing leaves the index file alone.
+  std::string before = ReadFile(inbox_ + "/_index.xml");
+  env_.Advance(10);
+  EXPECT_EQ(Direct_StoreIndex_UpdateItem("po", "box", "Inbox", "1.MAI", "+\\SEEN"), 1);
+  EXPECT_EQ(Direct_StoreIndex_UpdateItem("po", "box", "Inbox", "7.MAI", "+\\Seen"), 1);
+  EXPECT_EQ(ReadFile(inbox_ + "/_index.xml"), before);
+  EXPECT_FALSE(Exists(inbox_ + "/_index.blk"));
+}
+
+TEST_F(DirectStoreIndexTest, RemovalLowersCountersButNeverBelowZero) {
+  WriteFile(inbox_ + "/_index.xml", IndexText(3, {{"1.MAI", 1, "\\Recent", 2048},
+                                                  {"2.MAI", 2, "\\Seen", 1024},
+                                                  {"3.MAI", 3, "\\Recent", 100}}));
+  WriteFile(MailboxDir() + "/_DIRSIZE.TMP", "10");
+  FolderDetails start{};
+  start.Total = 3;
+  start.RecentCount = 1;  // already lower than the rows say
+  start.RecentCount2 = 2;
+  WriteFolderStatusFile(&env_, inbox_ + "/_FOLDER.DAT", start);
+
+  EXPECT_EQ(Direct_StoreIndex_RemoveItem("po", "box", "Inbox", "1.MAI,2.MAI,3.MAI,8.MAI"), 1);
+  EXPECT_TRUE(RowsOnDisk(inbox_).empty());
+  FolderDetails d = Status();
+  EXPECT_EQ(d.Total, 0);
+  EXPECT_EQ(d.Seen, 0);
+  EXPECT_EQ(d.RecentCount, 0);
+  EXPECT_EQ(d.RecentCount2, 0);
+  EXPECT_EQ(ReadFile(MailboxDir() + "/_DIRSIZE.TMP"), "7");  // 2 + 1 + 0 KB
+  // The file keeps its length: removed rows stay as tombstones.
+  EXPECT_EQ(ReadFile(inbox_ + "/_index.xml").size(), IndexText(3, {{"1.MAI", 1, "\\Recent", 2048},
+                                                                   {"2.MAI", 2, "\\Seen", 1024},
+                                                                   {"3.MAI", 3, "\\Recent", 100}})
+                                                         .size());
+}
+
+// Reads "Message-ID: " from a file's first lines, as the indexer would.
+bool MessageIdFromFile(const std::string& path, std::string* id) {
+  std::string text = ReadFile(path);
+  size_t at = text.find("Message-ID: ");
+  if (at == std::string::npos) return false;
+  size_t end = text.find("\r\n", at);
+  *id = text.substr(at + 12, end - at - 12);
+  return true;
+}
+
+int InsertWithMessageId(StoreIndex* index, const std::string& name, const char* flags,
+                        IndexItem* row) {
+  int result = InsertRowWithFileSize(index, name, flags, row);
+  std::string id;
+  if (result > 0 && MessageIdFromFile(index->folder_path.str() + "/" + name, &id)) {
+    row->SetProperty("MSGID", id);
+  }
+  return result;
+}
+
+TEST_F(DirectStoreIndexTest, DuplicatesAreSetAsideByTheSetting) {
+  SetMessageIdRoutine(MessageIdFromFile);
+  SetInsertFromFileRoutine(InsertWithMessageId);
+  ModuleSettings().prevent_duplicates = 2;
+  WriteFile(inbox_ + "/1.MAI", "Message-ID: <a@b>\r\n\r\nbody");
+  WriteFile(inbox_ + "/2.MAI", "Message-ID: <a@b>\r\n\r\nbody");
+  WriteFile(inbox_ + "/3.MAI", "Message-ID: <a@b>\r\n\r\nbody");
+  ASSERT_EQ(Direct_StoreIndex_InsertItemEx("po", "box", "Inbox", "1.MAI", nullptr), 1);
+
+  EXPECT_EQ(Direct_StoreIndex_InsertItemEx("po", "box", "Inbox", "2.MAI", nullptr), 0);
+  EXPECT_FALSE(Exists(inbox_ + "/2.MAI"));
+  EXPECT_TRUE(Exists(inbox_ + "/2.MAI.DUP"));
+
+  ModuleSettings().prevent_duplicates = 3;
+  EXPECT_EQ(Direct_StoreIndex_InsertItemEx("po", "box", "Inbox", "3.MAI", nullptr), 0);
+  EXPECT_TRUE(Exists(inbox_ + "/3.MAI"));
+  EXPECT_EQ(RowsOnDisk(inbox_).size(), 1u);
+  EXPECT_FALSE(Exists(inbox_ + "/_index.blk"));
+}
+
+TEST_F(DirectStoreIndexTest, CallsThatCannotLoadFailAndMarkTheFolder) {
+  EXPECT_EQ(Direct_StoreIndex_InsertItemEx("", "box", "Inbox", "1.MAI", nullptr), 0);
+  // The folder's directory does not exist: no block file can be made there.
+  EXPECT_EQ(Direct_StoreIndex_UpdateItem("po", "box", "Gone", "1.MAI", "+\\Seen"), 0);
+  EXPECT_EQ(Direct_StoreIndex_RemoveItem("po", "box", "Gone", "1.MAI"), 0);
+  EXPECT_FALSE(Exists(MailboxDir() + "/Gone"));
+  EXPECT_EQ(env_.sleep_count(), 0);
+}
+
+}  // namespace
+}  // namespace qaaisp
