@@ -98,17 +98,6 @@ TEST_F(BlockFileTest, LockHeldWithoutHandleIsForcedAfterSixtyOnePolls) {
   UnBlockIndexFileAccessEx(blk_, 1, &handle);
 }
 
-TEST_F(BlockFileTest, LockHeldWithHandleCannotBeForced) {
-  auto holder = HoldOpen(blk_);
-  ASSERT_TRUE(holder);
-  BlockHandle handle = nullptr;
-  EXPECT_EQ(WaitForAccessToIndexFileEx(blk_, 1, &handle), 0);
-  // 61 polls, then the forced delete's 81 attempts, all refused.
-  EXPECT_EQ(env_.sleep_count(), 61 + 81);
-  EXPECT_EQ(handle, nullptr);
-  EXPECT_TRUE(Exists(blk_));
-}
-
 TEST_F(BlockFileTest, FileGoneJustBeforeTheForcedDeleteStillFails) {
   WriteFile(blk_, "");
   env_.OnSleep([&](int n) {
@@ -182,16 +171,6 @@ TEST_F(BlockFileTest, UnblockModeCannotDeleteALiveHolder) {
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "deleted orphan\n");
   EXPECT_EQ(env_.sleep_count(), 5);
   UnBlockIndexFileAccessEx(blk_, 1, &handle);
-}
-
-TEST_F(BlockFileTest, UnblockModeIsReadOnceAndKept) {
-  {
-    ScopedRegistry registry(UnblockModeRegistry(1));
-    EXPECT_EQ(IndexUnblockMode(), 1u);
-  }
-  EXPECT_EQ(IndexUnblockMode(), 1u);  // the registry went, the value stays
-  ResetIndexUnblockModeForTesting();
-  EXPECT_EQ(IndexUnblockMode(), 0u);
 }
 
 TEST_F(BlockFileTest, DetailedLevelRecordsTheOwnerAfterAWait) {
@@ -294,18 +273,6 @@ TEST_F(BlockFileTest, StaleOrForeignHandlesDoNotDisturbTheDelete) {
   ASSERT_EQ(WaitForIndexFileReleased(blk_), 1);
   EXPECT_EQ(UnBlockIndexFileAccessEx(blk_, 1, &foreign), 1);
   EXPECT_EQ(env_.sleep_count(), 0);
-}
-
-TEST_F(BlockFileTest, KeepHandleZeroLeavesAFileThatBlocksTheNextWait) {
-  ASSERT_EQ(WaitForIndexFileReleased(blk_), 1);
-  env_.OnSleep([&](int n) {
-    if (n == 2) {
-      EXPECT_EQ(RemoveBlockFile(blk_), 1);
-    }
-  });
-  EXPECT_EQ(WaitForIndexFileReleased(blk_), 1);
-  EXPECT_EQ(env_.sleep_count(), 2);
-  EXPECT_TRUE(Exists(blk_));
 }
 
 TEST_F(BlockFileTest, TwoThreadsWaitOnOneFileAsTwoProcessesDo) {
