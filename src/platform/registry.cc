@@ -198,7 +198,9 @@ Registry& Registry::Process() {
   std::lock_guard<std::mutex> lock(g_process_registry_mutex);
   if (!g_process_registry) {
     Env* env = Env::Default();
-    g_process_registry = new Registry(env, ProcessRegistryFiles(env));
+    // The process registry reads through whatever Env is current, so a test
+    // Env installed and removed later is never kept.
+    g_process_registry = new Registry(nullptr, ProcessRegistryFiles(env));
   }
   return *g_process_registry;
 }
@@ -219,7 +221,7 @@ void Registry::RefreshLocked() {
   present_.resize(files_.size());
   for (size_t i = 0; i < files_.size(); ++i) {
     FileInfo info;
-    bool present = !files_[i].empty() && env_->Stat(files_[i], &info);
+    bool present = !files_[i].empty() && env()->Stat(files_[i], &info);
     FileTime stamp = present ? info.write_time : FileTime{};
     if (present != present_[i] || !(stamp == stamps_[i])) changed = true;
     present_[i] = present;
@@ -230,7 +232,7 @@ void Registry::RefreshLocked() {
   for (size_t i = 0; i < files_.size(); ++i) {
     if (!present_[i]) continue;
     std::string content;
-    if (!ReadWholeFile(env_, files_[i], &content)) continue;
+    if (!ReadWholeFile(env(), files_[i], &content)) continue;
     for (auto& [key, values] : ParseRegFile(content)) {
       for (auto& [name, value] : values) data_[key][name] = std::move(value);
     }

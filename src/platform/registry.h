@@ -33,6 +33,7 @@ RegistryData ParseRegFile(std::string_view content);
 class Registry {
  public:
   // Files are layered: values of later files win. An empty path is skipped.
+  // A null env means the current Env::Default() at each read.
   Registry(Env* env, std::vector<std::string> files);
 
   // The process registry: the shipped base files beneath QAAISP_REGISTRY.
@@ -50,6 +51,7 @@ class Registry {
 
  private:
   void RefreshLocked();
+  Env* env() const { return env_ ? env_ : Env::Default(); }
 
   Env* env_;
   std::vector<std::string> files_;
