@@ -56,4 +56,10 @@ inline constexpr const char* kStoreProviderKey =
     "SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor\\Providers\\Store";
 inline constexpr const char* kMessagePartAllocationUnit = "Message Part Allocation Unit";
 
+// Message header indexing and UID branding.
+inline constexpr const char* kNewIndexing = "New Indexing";
+inline constexpr const char* kIndexingParsesMultipartAlternative =
+    "Indexing Parses Multipart Alternative For Attachments";
+inline constexpr const char* kUidBrandingEnabled = "UID Branding Enabled";
+
 }  // namespace qaaisp::settings

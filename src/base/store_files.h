@@ -25,6 +25,9 @@ inline constexpr const char* kActivityBlk = "_activity.blk";
 inline constexpr const char* kActivityTmp = "_activity.tmp";
 inline constexpr const char* kSharesXml = "_Shares.xml";
 inline constexpr const char* kAccessXml = "_Access.XML";
+// Kept where the file system records no creation time: made once, its
+// last-write time stands for the folder's.
+inline constexpr const char* kFolderStampFile = ".folder_stamp";
 
 // Store tree directories below a postoffice root.
 inline constexpr const char* kMailRootDir = "MAILROOT";
