@@ -90,7 +90,7 @@ void MessageReader::Load(bool normalise_line_ends, bool parse_now) {
   }
   if (!parse_now) return;
   header_part_.HeaderText.assign(header_);
-  ReadHeaderFields(header_, &header_part_);
+  ReadHeaderFields(header_, &header_part_, line_end_);
   main_part_ = header_part_;
   main_part_.Body.assign(body_);
   main_part_.BodyLength = static_cast<int32_t>(body_.size());

@@ -32,10 +32,11 @@ TEST(MessageReaderTest, LineEndsAreDetectedAndNormalised) {
   EXPECT_EQ(lf.header(), "A: 1\r\nB: 2");
   EXPECT_EQ(lf.body(), "body\r\nmore\r\n");
 
-  MessageReader kept(std::string_view("A: 1\n\nbody\n"), false, false);
+  MessageReader kept(std::string_view("A: 1\nContent-Type: text/html\n\nbody\n"), false, false);
   EXPECT_EQ(kept.line_end(), "\n");
-  EXPECT_EQ(kept.header(), "A: 1");
+  EXPECT_EQ(kept.header(), "A: 1\nContent-Type: text/html");
   EXPECT_EQ(kept.body(), "body\n");
+  EXPECT_EQ(kept.header_part().ContentType, "text/html");
 
   // Lines already ending in CRLF are not doubled; a header-only text has no
   // blank line.

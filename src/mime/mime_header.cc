@@ -168,20 +168,20 @@ bool GetParameter(std::string_view text, std::string_view name, std::string* val
   return false;
 }
 
-void ReadHeaderFields(std::string_view header, MessagePart* part) {
+void ReadHeaderFields(std::string_view header, MessagePart* part, std::string_view line_end) {
   std::string type_value;
   std::string disposition_value;
-  GetHeaderValue(header, kNoHeaderEnd, "Content-Type", &type_value);
+  GetHeaderValue(header, kNoHeaderEnd, "Content-Type", &type_value, line_end);
   part->ContentType.assign(BeforeSemicolon(type_value));
   GetParameter(type_value, "boundary", &part->Boundary);
   GetParameter(type_value, "charset", &part->Charset);
-  if (GetHeaderValue(header, kNoHeaderEnd, "Content-Disposition", &disposition_value)) {
+  if (GetHeaderValue(header, kNoHeaderEnd, "Content-Disposition", &disposition_value, line_end)) {
     part->Disposition.assign(BeforeSemicolon(disposition_value));
   }
-  GetHeaderValue(header, kNoHeaderEnd, "Content-Transfer-Encoding", &part->TransferEncoding, "\r\n",
-                 true);
+  GetHeaderValue(header, kNoHeaderEnd, "Content-Transfer-Encoding", &part->TransferEncoding,
+                 line_end, true);
   std::string id;
-  if (GetHeaderValue(header, kNoHeaderEnd, "Content-ID", &id, "\r\n", true)) {
+  if (GetHeaderValue(header, kNoHeaderEnd, "Content-ID", &id, line_end, true)) {
     std::string_view view = id;
     if (!view.empty() && view.front() == '<') view.remove_prefix(1);
     for (char c : view) {

@@ -34,8 +34,9 @@ bool GetParameter(std::string_view text, std::string_view name, std::string* val
 // as the header and the result is false: the part has no body.
 bool ReadPartHeader(std::string_view text, size_t* body, MessagePart* part);
 
-// Fills the fields of a cleared part from its header block (HeaderText is
-// left to the caller).
-void ReadHeaderFields(std::string_view header, MessagePart* part);
+// Fills the fields of a cleared part from its header block, whose lines end
+// in line_end (HeaderText is left to the caller).
+void ReadHeaderFields(std::string_view header, MessagePart* part,
+                      std::string_view line_end = "\r\n");
 
 }  // namespace qaaisp

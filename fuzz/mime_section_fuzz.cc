@@ -1,0 +1,10 @@
+// Any bytes as a message through the section reader.
+#include <cstddef>
+#include <cstdint>
+
+#include "mime/mime_fuzz.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  qaaisp::FuzzSectionReader(data, size);
+  return 0;
+}
