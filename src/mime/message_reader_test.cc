@@ -105,6 +105,11 @@ TEST(ReadPartHeaderTest, FieldsAndFileNames) {
   EXPECT_EQ(part.Name, "a.pdf");
   EXPECT_EQ(part.DisplayName, "b.pdf");
 
+  ASSERT_TRUE(ReadPartHeader(
+      "Content-Type: text/plain; name*1=\".txt\"; name*0*=iso-8859-1'fr'caf%E9\r\n\r\n", &body,
+      &part));
+  EXPECT_EQ(part.DisplayName, "caf\xC3\xA9.txt");
+
   EXPECT_FALSE(ReadPartHeader("Content-Type: text/html", &body, &part));
   EXPECT_EQ(part.ContentType, "text/html");
   ASSERT_TRUE(ReadPartHeader("X: y\r\n\r\n", &body, &part));

@@ -73,13 +73,19 @@ std::string DecodeWordsToUtf8(std::string_view text) {
   return narrow;
 }
 
+// A long parameter can be cut into at most this many numbered pieces; each
+// piece costs a scan of the header value.
+constexpr int kMaxNamePieces = 1000;
+
 // Joins the numbered pieces "name*0", "name*1", ... of a long parameter.
-// A piece with a "%" is percent-decoded (its charset and language prefix
-// dropped); any other is taken unquoted as it stands.
+// A piece with a "%" is percent-decoded; a charset named before the first
+// piece's value is converted to UTF-8. Any other piece is taken unquoted as
+// it stands.
 std::string JoinNamePieces(std::string_view type_value, std::string_view disposition_value) {
   std::string joined;
   std::string piece;
-  for (int n = 0;; ++n) {
+  std::string charset;
+  for (int n = 0; n < kMaxNamePieces; ++n) {
     std::string name = "name*" + std::to_string(n);
     bool extended = FindParameter(type_value, disposition_value, name + "*", &piece);
     if (!extended && !FindParameter(type_value, disposition_value, name, &piece)) break;
@@ -91,7 +97,10 @@ std::string JoinNamePieces(std::string_view type_value, std::string_view disposi
     if (n == 0 && extended) {
       size_t first = encoded.find('\'');
       size_t second = first == std::string_view::npos ? first : encoded.find('\'', first + 1);
-      if (second != std::string_view::npos) encoded.remove_prefix(second + 1);
+      if (second != std::string_view::npos) {
+        charset.assign(encoded.substr(0, first));
+        encoded.remove_prefix(second + 1);
+      }
     }
     std::string as_qp(encoded);
     for (char& c : as_qp) {
@@ -99,7 +108,10 @@ std::string JoinNamePieces(std::string_view type_value, std::string_view disposi
     }
     joined += QPDecode(as_qp);
   }
-  return joined;
+  if (charset.empty()) return joined;
+  std::string converted;
+  ConvertCharset(charset, joined, &converted, "UTF-8");
+  return converted;
 }
 
 }  // namespace
