@@ -140,16 +140,19 @@ int ParseCalendarDate(const char* text, FileTime* out, const char* offset, int d
   if (text == nullptr) return 0;
   const size_t length = std::strlen(text);
   char work[128] = {};
+  std::string_view source(text, length);
+  std::string yearless;
   if (text[0] == '-' && length < sizeof work) {
     // A date without a year ("--0412") gets the leap year 1604.
+    yearless = "1604";
     if (length == 5 || length == 12) {
-      std::snprintf(work, sizeof work, "1604%.3s-%s", text, text + 3);
+      yearless.append(source.substr(0, 3)).append("-").append(source.substr(3));
     } else {
-      std::snprintf(work, sizeof work, "1604%s", text);
+      yearless.append(source);
     }
-  } else {
-    std::memcpy(work, text, std::min(length, sizeof work - 1));
+    source = yearless;
   }
+  std::memcpy(work, source.data(), std::min(source.size(), sizeof work - 1));
   if (work[4] == '-') {
     // Extended form to basic: drop the date's two dashes and every colon.
     size_t kept = 0;
