@@ -94,8 +94,15 @@ bool WriteFolderStatusFile(platform::Env* env, const std::string& path,
   SanitiseFolderDetails(&clean);
   unsigned char bytes[kFolderDetailsBytes];
   EncodeFolderDetails(clean, bytes);
-  if (!platform::WriteWholeFileAtomic(
-          env, path, std::string_view(reinterpret_cast<const char*>(bytes), sizeof bytes))) {
+  // Written in place: one write of one small record is whole to readers,
+  // and a commit should not cost the folder a new file each time.
+  platform::OpenOptions options;
+  options.write = true;
+  options.disposition = platform::OpenDisposition::kOpenAlways;
+  options.share = platform::ShareMode::kShareAny;
+  std::unique_ptr<platform::File> file = env->OpenFile(path, options);
+  if (!file || !file->WriteAt(0, bytes, sizeof bytes) ||
+      (file->Size() > static_cast<int64_t>(sizeof bytes) && !file->Truncate(sizeof bytes))) {
     TraceWriteFailure(path, platform::LastError());
     return false;
   }

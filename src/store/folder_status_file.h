@@ -34,8 +34,7 @@ bool DecodeFolderDetails(std::string_view bytes, FolderDetails* out);
 // Reads and sanitises the record at path. Any failure gives zeros; failures
 // other than a missing file go to the trace.
 void ReadFolderStatusFile(platform::Env* env, const std::string& path, FolderDetails* out);
-// Sanitises a copy and writes it whole through a temporary and one rename,
-// so a reader never sees half a record. False (traced) on failure.
+// Sanitises a copy and writes it whole, in place. False (traced) on failure.
 bool WriteFolderStatusFile(platform::Env* env, const std::string& path,
                            const FolderDetails& details);
 

@@ -42,6 +42,15 @@ bool UnderFileRoot(const std::string& folder) {
   return false;
 }
 
+// The size file keeps its one spelling; only the directories above it are
+// matched without regard to case, so a folder with no size file of its own
+// is never listed to look for one.
+std::string InResolvedDirectory(platform::Env* env, const std::string& path) {
+  std::string native = platform::ToNativeSeparators(path);
+  size_t slash = native.rfind('/');
+  return platform::ResolveCaseInsensitive(env, native.substr(0, slash)) + native.substr(slash);
+}
+
 }  // namespace
 
 int64_t KilobytesRounded(uint64_t bytes) { return static_cast<int64_t>((bytes + 512) / 1024); }
@@ -92,15 +101,12 @@ void UpdateMailboxSizeMetaData(const std::string& postoffice, const std::string&
     bool file_root = UnderFileRoot(folder);
     if (delta == 0) return;
     platform::Env* env = platform::Env::Default();
-    std::string mailbox_file = file_root ? FileShareSizeFilePath(postoffice, mailbox)
-                                         : MailboxSizeFilePath(postoffice, mailbox);
-    AdjustSizeFile(
-        env, platform::ResolveCaseInsensitive(env, platform::ToNativeSeparators(mailbox_file)),
-        delta);
-    if (folder.empty() || file_root) return;
-    std::string folder_file = FolderSizeFilePath(postoffice, mailbox, folder);
     AdjustSizeFile(env,
-                   platform::ResolveCaseInsensitive(env, platform::ToNativeSeparators(folder_file)),
+                   InResolvedDirectory(env, file_root ? FileShareSizeFilePath(postoffice, mailbox)
+                                                      : MailboxSizeFilePath(postoffice, mailbox)),
+                   delta);
+    if (folder.empty() || file_root) return;
+    AdjustSizeFile(env, InResolvedDirectory(env, FolderSizeFilePath(postoffice, mailbox, folder)),
                    delta);
   });
 }
