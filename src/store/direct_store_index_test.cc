@@ -27,6 +27,8 @@ class DirectStoreIndexTest : public StoreTest {
 };
 
 TEST_F(DirectStoreIndexTest, DeliveryIndexesFilesAndKeepsTheSideFilesInStep) {
+  // Rows of the file's size alone, whatever indexer is registered.
+  SetInsertFromFileRoutine(InsertRowWithFileSize);
   WriteFile(MailboxDir() + "/_DIRSIZE.TMP", "100");
   Deliver("1.MAI", 1536);  // 2 KB rounded
   Deliver("2.MAI", 511);   // 0 KB rounded

@@ -153,7 +153,7 @@ int StoreIndex_LockAndLoadEx(StoreIndex* index, const char* postoffice, const ch
   }
   index->changed = 0;
   index->folder_path.clear();
-  EnsureIndexPaths(index);
+  SetStoreIndexPaths(index);
   if (!index->mailbox.empty()) {
     NotifyCommit(PostofficeRoot(postoffice) + "/MAILROOT/" + index->mailbox.str(), *index);
   }
@@ -177,7 +177,7 @@ int StoreIndex_LockAndLoadEx(StoreIndex* index, const char* postoffice, const ch
 int StoreIndex_SaveAndClose(StoreIndex* index, int commit, int wait_flag, BlockHandle* handle,
                             const FolderDetails* details) {
   platform::Env* env = platform::Env::Default();
-  EnsureIndexPaths(index);
+  SetStoreIndexPaths(index);
   const std::string path = index->folder_path.str();
   const std::string block = BlockFilePath(path, index->item_class);
   int result = 1;

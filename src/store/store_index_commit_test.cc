@@ -42,6 +42,7 @@ TEST_F(StoreIndexCommitTest, CommitOfAnUnchangedIndexTouchesNothing) {
 }
 
 TEST_F(StoreIndexCommitTest, CommitSavesRowsAndTheFolderStatus) {
+  SetInsertFromFileRoutine(InsertRowWithFileSize);
   WriteFile(inbox_ + "/3.MAI", std::string(30, 'x'));
   auto index = OpenableIndex("Inbox");
   ASSERT_EQ(qaaisp::StoreIndex_Open(index.get(), kOpenFullCheck), 1);
@@ -72,7 +73,7 @@ TEST_F(StoreIndexCommitTest, CommitRefusesWhatItCannotDoSafely) {
   bare.changed = 1;
   EXPECT_EQ(qaaisp::StoreIndex_Commit(&bare), 0);
   SetStoreIndexNames(&bare, "po", "box", "Inbox", 0);
-  EnsureIndexPaths(&bare);
+  SetStoreIndexPaths(&bare);
   EXPECT_EQ(qaaisp::StoreIndex_Commit(&bare), 0);
   EXPECT_EQ(bare.changed, 1);
 

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 
-#include "base/library_settings.h"
 #include "base/store_files.h"
 #include "index/store_paths.h"
 #include "platform/path_case.h"
@@ -22,12 +21,6 @@ uint64_t FileWriteTicks(platform::Env* env, const std::string& path) {
   platform::FileInfo info;
   if (!env->Stat(path, &info) || !info.exists) return 0;
   return info.write_time.ticks();
-}
-
-void EnsureIndexPaths(StoreIndex* index) {
-  if (!index->folder_path.empty()) return;
-  index->folder_path = BuildIndexFolderPath(ModuleSettings().mail_root, index->postoffice.str(),
-                                            index->mailbox.str(), index->folder.str());
 }
 
 std::string MailboxDirectoryOf(const std::string& folder_path) {

@@ -22,9 +22,6 @@ std::string BlockFilePath(const std::string& folder_path, int32_t item_class);
 // Last-write time of a file as FILETIME ticks, 0 when it cannot be read.
 uint64_t FileWriteTicks(platform::Env* env, const std::string& path);
 
-// Fills the folder path of an index from its names, unless it is set.
-void EnsureIndexPaths(StoreIndex* index);
-
 // The mailbox directory of a folder path: the path up to the separator
 // behind "MAILROOT/" and the mailbox's name. Empty when the path is not
 // below a MAILROOT.

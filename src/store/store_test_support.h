@@ -12,6 +12,7 @@
 
 #include "base/library_settings.h"
 #include "index/store_index.h"
+#include "index/store_paths.h"
 #include "persist/index_serialiser.h"
 #include "persist/persist_settings.h"
 #include "persist/stream_index_writer.h"
@@ -94,7 +95,7 @@ class StoreTest : public ::testing::Test {
   std::unique_ptr<StoreIndex> OpenableIndex(const std::string& folder, int32_t item_class = 0) {
     std::unique_ptr<StoreIndex> index(NewStoreIndex());
     SetStoreIndexNames(index.get(), "po", "box", folder.c_str(), item_class);
-    EnsureIndexPaths(index.get());
+    SetStoreIndexPaths(index.get());
     return index;
   }
 
