@@ -167,5 +167,48 @@ TEST_F(DirectStoreIndexTest, CallsThatCannotLoadFailAndMarkTheFolder) {
   EXPECT_EQ(env_.sleep_count(), 0);
 }
 
+// Every file call of a delivery and of a flag change fails once, in turn:
+// the folder must end as it was or as intended, or be marked for a re-scan,
+// and never be left locked or unreadable.
+TEST_F(DirectStoreIndexTest, AnyFailedFileCallLeavesTheFolderRecoverable) {
+  SetInsertFromFileRoutine(InsertRowWithFileSize);
+  testing::FaultInjectionEnv faults;
+  ScopedDefaultEnv use_faults(&faults);
+  const std::vector<std::string> before = {"1.MAI:\\Seen:10", "2.MAI:\\Recent:20"};
+  for (const bool delivery : {true, false}) {
+    for (int n = 1;; ++n) {
+      const std::string mailbox = std::string(delivery ? "d" : "u") + std::to_string(n);
+      const std::string folder = Folder("Inbox", mailbox);
+      WriteFile(folder + "/_index.xml",
+                IndexText(2, {{"1.MAI", 1, "\\Seen", 10}, {"2.MAI", 2, "\\Recent", 20}}));
+      WriteFile(folder + "/3.MAI", std::string(30, 'x'));
+      faults.Reset();
+      faults.FailAt(n);
+      int result =
+          delivery
+              ? Direct_StoreIndex_InsertItemEx("po", mailbox.c_str(), "Inbox", "3.MAI", nullptr)
+              : Direct_StoreIndex_UpdateItem("po", mailbox.c_str(), "Inbox", "2.MAI", "+\\Seen");
+      const bool failed_a_call = faults.calls() >= n;
+      faults.FailAt(0);
+
+      SCOPED_TRACE((delivery ? "delivery, call " : "update, call ") + std::to_string(n));
+      EXPECT_FALSE(Exists(folder + "/_index.blk"));
+      const std::vector<std::string> after = RowsOnDisk(folder);
+      const std::vector<std::string> intended =
+          delivery ? std::vector<std::string>{before[0], before[1], "3.MAI::30"}
+                   : std::vector<std::string>{before[0], "2.MAI:\\Recent \\Seen:20"};
+      if (result == 1) {
+        EXPECT_EQ(after, intended);
+      } else {
+        EXPECT_TRUE(after == before || Exists(folder + "/_CHANGE.DTY"));
+      }
+      if (!failed_a_call) {
+        EXPECT_EQ(result, 1);
+        break;
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace qaaisp

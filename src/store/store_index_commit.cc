@@ -45,6 +45,14 @@ void CopyText(const IndexItemPropertyContainer& row, const char* name, char* out
   row.GetText(name, out, size);
 }
 
+// Runs the chosen writer. SaveIndexFile reports success whatever the writer
+// did, but clears the table's modification marks only when the write went
+// through, so marks still set after it mean the file lacks these changes.
+bool SaveRows(StoreIndex* index, const std::string& path) {
+  SaveIndexFile(&index->table, path, index->item_class);
+  return index->table.FirstModifiedUID == 0 && !index->table.FullRewriteRequired;
+}
+
 // The save under the block file.
 int SaveUnderBlock(platform::Env* env, StoreIndex* index) {
   StoreIndexMutexLock lock(index);
@@ -69,7 +77,7 @@ int SaveUnderBlock(platform::Env* env, StoreIndex* index) {
                     path));
     changed_under_us = true;
   }
-  result = SaveIndexFile(&index->table, path, index->item_class);
+  result = SaveRows(index, path) ? 1 : 0;
   // The write went ahead over somebody else's; the next open re-scans.
   if (changed_under_us) SetDirtyPathNotification(path);
   if (result == 0) {
@@ -187,7 +195,7 @@ int StoreIndex_SaveAndClose(StoreIndex* index, int commit, int wait_flag, BlockH
     StoreIndexMutexLock lock(index);
     uint64_t on_disk = FileWriteTicks(env, IndexFilePath(path, index->item_class));
     uint64_t at_load = index->table.IndexFileDate;
-    SaveIndexFile(&index->table, path, index->item_class);
+    if (!SaveRows(index, path)) result = 0;
     if (on_disk != at_load) {
       result = 0;
       Trace(8, Format("StoreIndex_SaveAndClose::Failed to commit index for folder %s. Index was "

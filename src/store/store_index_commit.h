@@ -17,9 +17,10 @@ namespace qaaisp {
 // nothing changed (nothing is touched), 1 saved, 0 failed.
 int StoreIndex_Commit(StoreIndex* index);
 // Saves under the block file. 1 saved (or nothing to save), 0 when the index
-// is unloaded or the block file could not be had. A file rewritten since the
-// load is saved over all the same, and the folder is marked dirty so the
-// next open re-scans it.
+// is unloaded, the block file could not be had or the write failed (the
+// folder is then marked dirty). A file rewritten since the load is saved
+// over all the same, and the folder is marked dirty so the next open
+// re-scans it.
 int StoreIndex_Save(StoreIndex* index);
 
 // Names the index, takes the block file (kept open with wait_flag 1, left
@@ -27,8 +28,8 @@ int StoreIndex_Save(StoreIndex* index);
 // file stays held for StoreIndex_SaveAndClose. Gives the load's result.
 int StoreIndex_LockAndLoadEx(StoreIndex* index, const char* postoffice, const char* mailbox,
                              const char* folder, int wait_flag, BlockHandle* handle, int mode);
-// With commit, saves and gives 0 if the file changed since the load (the
-// folder is then marked dirty), and writes the status file from details,
+// With commit, saves and gives 0 if the file changed since the load or the
+// write failed (the folder is then marked dirty), and writes the status file from details,
 // or from the rows of a whole index when details is null. Always drops the
 // block file. 1 otherwise.
 int StoreIndex_SaveAndClose(StoreIndex* index, int commit, int wait_flag, BlockHandle* handle,
