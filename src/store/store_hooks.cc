@@ -4,6 +4,7 @@
 
 #include "index/index_item.h"
 #include "index/store_index.h"
+#include "message/message_insert.h"
 #include "platform/env.h"
 
 namespace qaaisp {
@@ -11,14 +12,21 @@ namespace {
 
 int NoScan(StoreIndex*, int) { return 1; }
 void NoNotify(const std::string&, const std::string&, const std::string&, const char*) {}
-bool NoMessageId(const std::string&, std::string*) { return false; }
 void NoRowFileStep(StoreIndex*, IndexItem*) {}
+
+// Messages get their rows from the message indexer; other classes keep the
+// plain row until their own indexer is registered.
+int InsertFromFile(StoreIndex* index, const std::string& file_name, const char* flags,
+                   IndexItem* row) {
+  if (IsMessageClass(index->item_class)) return InsertMessageFromFile(index, file_name, flags, row);
+  return InsertRowWithFileSize(index, file_name, flags, row);
+}
 
 std::atomic<FolderScanRoutine> g_scan_folder{NoScan};
 std::atomic<FolderScanRoutine> g_scan_contacts{NoScan};
 std::atomic<NotifyRoutine> g_notify{NoNotify};
-std::atomic<InsertFromFileRoutine> g_insert_from_file{InsertRowWithFileSize};
-std::atomic<MessageIdRoutine> g_message_id{NoMessageId};
+std::atomic<InsertFromFileRoutine> g_insert_from_file{InsertFromFile};
+std::atomic<MessageIdRoutine> g_message_id{ReadMessageIdForDuplicates};
 std::atomic<RowFileStepRoutine> g_row_file_step{NoRowFileStep};
 
 }  // namespace
@@ -32,9 +40,11 @@ void SetFolderScanRoutine(FolderScanRoutine r) { g_scan_folder.store(r ? r : NoS
 void SetContactScanRoutine(FolderScanRoutine r) { g_scan_contacts.store(r ? r : NoScan); }
 void SetNotifyRoutine(NotifyRoutine r) { g_notify.store(r ? r : NoNotify); }
 void SetInsertFromFileRoutine(InsertFromFileRoutine r) {
-  g_insert_from_file.store(r ? r : InsertRowWithFileSize);
+  g_insert_from_file.store(r ? r : InsertFromFile);
 }
-void SetMessageIdRoutine(MessageIdRoutine r) { g_message_id.store(r ? r : NoMessageId); }
+void SetMessageIdRoutine(MessageIdRoutine r) {
+  g_message_id.store(r ? r : ReadMessageIdForDuplicates);
+}
 void SetRowFileStepRoutine(RowFileStepRoutine r) { g_row_file_step.store(r ? r : NoRowFileStep); }
 
 int InsertRowWithFileSize(StoreIndex* index, const std::string& file_name, const char* /*flags*/,

@@ -28,13 +28,13 @@ using NotifyRoutine = void (*)(const std::string& mailbox_directory, const std::
 // Makes a row from an item file of the index's folder and inserts it. flags
 // is the caller's flag text for the file, or null to let the indexer derive
 // the status from the file. On success *row holds the inserted row (not
-// owned) and the result is positive. Default: a row with the file's "ID"
-// and "SIZE" only.
+// owned) and the result is positive. Default: the message indexer for
+// message classes, and a row with the file's "ID" and "SIZE" only for others.
 using InsertFromFileRoutine = int (*)(StoreIndex* index, const std::string& file_name,
                                       const char* flags, IndexItem* row);
 
 // Reads a message file's identifier for the duplicate test. False when it
-// has none. Default: none.
+// has none. Default: the message indexer's reading of "Message-ID".
 using MessageIdRoutine = bool (*)(const std::string& path, std::string* message_id);
 
 // The last step on a changed row: brings its item file in line with it.
