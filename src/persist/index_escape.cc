@@ -114,11 +114,33 @@ TextEscaper::TextEscaper(const EscapeTable& table, bool require_valid_utf8)
   for (const auto& [from, to] : table) {
     if (from.size() == 1) entities_[static_cast<unsigned char>(from[0])] = to;
   }
+  for (int c = 0; c < 256; ++c) {
+    if (!IsPlainByte(static_cast<unsigned char>(c))) {
+      classes_[c] = kNotPlain;
+    } else {
+      classes_[c] = entities_[c].empty() ? kPass : kEntity;
+    }
+  }
 }
 
 void TextEscaper::Append(std::string_view text, std::string* out) const {
-  if (IsPlainIndexText(text)) {
-    AppendPlain(text, out);
+  // Most values need nothing at all; one pass finds out.
+  bool entities = false;
+  bool plain = true;
+  for (char c : text) {
+    ByteClass k = classes_[static_cast<unsigned char>(c)];
+    if (k == kNotPlain) {
+      plain = false;
+      break;
+    }
+    entities |= k == kEntity;
+  }
+  if (plain) {
+    if (entities) {
+      AppendPlain(text, out);
+    } else {
+      out->append(text);
+    }
   } else if (require_valid_utf8_) {
     AppendUnicode(CleanToValidUtf8(text), out);
   } else {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
@@ -42,7 +43,11 @@ class TextEscaper {
   // Code point by code point, with references for what XML forbids.
   void AppendUnicode(std::string_view text, std::string* out) const;
 
+  // What each byte asks for: nothing, an entity, or the code point path.
+  enum ByteClass : uint8_t { kPass, kEntity, kNotPlain };
+
   std::array<std::string, 256> entities_;
+  std::array<ByteClass, 256> classes_;
   bool require_valid_utf8_;
 };
 

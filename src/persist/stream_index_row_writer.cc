@@ -117,7 +117,9 @@ uint32_t StreamXMLStoreIndexSerialiser::WriteRowElement(persist::IndexWriteConte
       case ElementTag::kText:
       case ElementTag::kEscapedText: {
         std::string_view value = row->TextViewAt(tag.key);
-        if (tag.received) received = persist::ReceivedFileTime(value);
+        if (tag.received && context->offset_table != nullptr) {
+          received = persist::ReceivedFileTime(value);
+        }
         text.append(tag.open);
         if (tag.kind == ElementTag::kEscapedText) {
           context->escaper->Append(value, &text);
