@@ -6,6 +6,7 @@
 #include "base/dates.h"
 #include "persist/index_escape.h"
 #include "persist/stream_index_test_support.h"
+#include "platform/win32_error.h"
 
 namespace qaaisp::persist::testing {
 namespace {
@@ -258,6 +259,33 @@ TEST_F(StreamIndexWriterTest, WaitsWhileAnotherHandleHoldsTheFile) {
   EXPECT_EQ(Save(index.get()), 1);
   EXPECT_EQ(env_.sleep_count(), 21);
   EXPECT_EQ(FileBytes(), ExpectedAfter(index.get()));
+}
+
+// Tries a reader's open of the index file at the moment the writer has it.
+class ReaderProbeEnv : public platform::EnvWrapper {
+ public:
+  using EnvWrapper::EnvWrapper;
+  std::unique_ptr<platform::File> OpenFile(const std::string& path,
+                                           const platform::OpenOptions& options) override {
+    std::unique_ptr<platform::File> file = target()->OpenFile(path, options);
+    if (file && options.share == platform::ShareMode::kShareNone) {
+      reader_error = target()->OpenFile(path, platform::OpenOptions{}) ? 0 : platform::LastError();
+    }
+    return file;
+  }
+  uint32_t reader_error = 1;
+};
+
+TEST_F(StreamIndexWriterTest, ReadersAreShutOutWhileTheFileIsWritten) {
+  SaveThreeRows();
+  auto index = LoadedIndex(LoadFull);
+  SetOnRow(index.get(), "1.MAI", "SUBJECT", "probed");
+  ReaderProbeEnv probe(&env_);
+  platform::Env::SetDefaultForTesting(&probe);
+  const int result = Save(index.get());
+  platform::Env::SetDefaultForTesting(&env_);
+  EXPECT_EQ(result, 1);
+  EXPECT_EQ(probe.reader_error, platform::kErrorSharingViolation);
 }
 
 TEST_F(StreamIndexWriterTest, RowsOfAFilteredLoadAreCarriedAlongUnchanged) {
