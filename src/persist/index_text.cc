@@ -52,20 +52,40 @@ int64_t ParseLong(std::string_view text, int base, bool is_unsigned) {
   return negative ? -static_cast<int64_t>(value) : static_cast<int64_t>(value);
 }
 
-void ReplaceAll(std::string* text, std::string_view from, char to) {
-  size_t pos = text->find(from);
-  if (pos == std::string::npos) return;
-  size_t out = pos;
-  while (pos != std::string::npos) {
-    (*text)[out++] = to;
-    size_t next = text->find(from, pos + from.size());
-    size_t copy_end = next == std::string::npos ? text->size() : next;
-    size_t start = pos + from.size();
-    std::memmove(&(*text)[out], text->data() + start, copy_end - start);
-    out += copy_end - start;
-    pos = next;
+// Decodes "&lt;", "&gt;" and "&amp;" in one pass. The three never overlap
+// (each starts with "&", ends with ";" and holds neither inside), and a
+// decoded byte is never read again, so this is the same as replacing all of
+// each in turn, in that order.
+void DecodeEntities(std::string* text) {
+  std::string& s = *text;
+  size_t r = s.find('&');
+  if (r == std::string::npos) return;
+  size_t w = r;
+  const size_t n = s.size();
+  while (r < n) {
+    char c = s[r];
+    if (c == '&') {
+      std::string_view rest(s.data() + r, n - r);
+      if (rest.starts_with("&lt;")) {
+        s[w++] = '<';
+        r += 4;
+        continue;
+      }
+      if (rest.starts_with("&gt;")) {
+        s[w++] = '>';
+        r += 4;
+        continue;
+      }
+      if (rest.starts_with("&amp;")) {
+        s[w++] = '&';
+        r += 5;
+        continue;
+      }
+    }
+    s[w++] = c;
+    ++r;
   }
-  text->resize(out);
+  s.resize(w);
 }
 
 }  // namespace
@@ -92,7 +112,12 @@ void UnescapeIndexText(std::string* text) {
   // put back into the input and read again, and the output never holds an
   // undecoded "&#".
   std::string& s = *text;
-  size_t r = 0, w = 0;
+  size_t r = s.find("&#");
+  if (r == std::string::npos) {
+    DecodeEntities(text);
+    return;
+  }
+  size_t w = r;
   const size_t n = s.size();
   while (r < n) {
     char c = s[r];
@@ -115,9 +140,7 @@ void UnescapeIndexText(std::string* text) {
     w += n - r;
   }
   s.resize(w);
-  ReplaceAll(text, "&lt;", '<');
-  ReplaceAll(text, "&gt;", '>');
-  ReplaceAll(text, "&amp;", '&');
+  DecodeEntities(text);
 }
 
 bool IsTombstoneValue(std::string_view value) {

@@ -20,7 +20,9 @@ constexpr size_t kPreviewBytes = 100;
 constexpr uint64_t kNoLimit = ~0ull;
 
 bool StartsWith(std::string_view s, std::string_view prefix) {
-  return s.size() >= prefix.size() && std::memcmp(s.data(), prefix.data(), prefix.size()) == 0;
+  // Most tags are properties: the first byte settles them without a call.
+  return s.size() >= prefix.size() && s[0] == prefix[0] &&
+         std::memcmp(s.data(), prefix.data(), prefix.size()) == 0;
 }
 
 bool EqualsNoCaseAscii(std::string_view a, std::string_view b) {
@@ -391,9 +393,13 @@ void Pass::HandleProperty(std::string_view tag, std::string_view name, bool is_e
     }
     open_property_.clear();
     if (building_ && (!field_filtered_ || options_.field_filter->count(name) > 0)) {
-      value_scratch_.assign(text);
-      UnescapeIndexText(&value_scratch_);
-      target_->SetRowProperty(name, value_scratch_);
+      if (std::memchr(text.data(), '&', text.size()) == nullptr) {
+        target_->SetRowProperty(name, text);  // nothing to unescape
+      } else {
+        value_scratch_.assign(text);
+        UnescapeIndexText(&value_scratch_);
+        target_->SetRowProperty(name, value_scratch_);
+      }
     }
     return;
   }
