@@ -18,10 +18,11 @@ std::string UnsignedText(int64_t value) {
   return text;
 }
 
-// The map that says what the slots of a row hold: its local map, or a copy
-// of the global one (taken under the guard once, not per slot).
-PropertyMap TypeMapFor(const PropertyMap* local) {
-  if (local) return *local;
+// The map that says what the slots of a row hold: its local map, or else a
+// copy of the global one, taken under the guard once rather than per slot.
+// A local map that does not know all the row's slots is replaced likewise.
+PropertyMap TypeMapFor(const PropertyMap* local, uint32_t slot_count) {
+  if (local && local->size() >= slot_count) return *local;
   PropertyMap copy;
   CloneGlobalPropertyMap(&copy);
   return copy;
@@ -57,10 +58,10 @@ IndexItemPropertyContainer::IndexItemPropertyContainer()
 
 IndexItemPropertyContainer::~IndexItemPropertyContainer() {
   if (slots_.empty()) return;
-  if (local_map_) {
+  if (local_map_ && local_map_->size() >= slots_.size()) {
     FreeTexts(*local_map_);
   } else {
-    FreeTexts(TypeMapFor(nullptr));
+    FreeTexts(TypeMapFor(nullptr, 0));
   }
 }
 
@@ -210,7 +211,7 @@ void IndexItemPropertyContainer::Flatten(const std::vector<std::string>* names,
     for (const std::string& name : *names) GetText(name, &(*out)[name]);
     return;
   }
-  PropertyMap global = TypeMapFor(nullptr);
+  PropertyMap global = TypeMapFor(nullptr, 0);
   for (const PropertyEntry& e : global.entries()) {
     if (HasValueAt(e.key)) GetTextAt(e.key, &(*out)[e.name]);
   }
@@ -240,7 +241,7 @@ IndexItemPropertyContainer* IndexItemPropertyContainer::Clone(
     if (names) {
       for (const std::string& name : *names) copy_slot(Lookup(name));
     } else {
-      PropertyMap types = TypeMapFor(local_map_);
+      PropertyMap types = TypeMapFor(local_map_, slots_.size());
       for (uint32_t i = 0; i < slots_.size(); ++i) {
         copy_slot({static_cast<int32_t>(i), types.SlotType(static_cast<int32_t>(i))});
       }
@@ -257,7 +258,7 @@ void IndexItemPropertyContainer::ResetKeepingKeys() {
   std::string uid;
   GetTextAt(UidKey(), &uid);
   uint32_t uid_before = Uid();
-  FreeTexts(TypeMapFor(local_map_));
+  FreeTexts(TypeMapFor(local_map_, slots_.size()));
   slots_.Resize(0);
   // Marked by the UID it had: with the slots gone, the row would read as
   // UID 0 and wipe the table's record of earlier changes.

@@ -97,14 +97,5 @@ TEST(PropertyMapTest, LookupsThroughAFilledLocalMapTakeNoGuard) {
   EXPECT_EQ(PropertyMapGuardCount(), before + 1);
 }
 
-TEST(PropertyMapTest, CloningTheGlobalMapOntoItselfDoesNothing) {
-  size_t size = GlobalPropertyMap().size();
-  CloneGlobalPropertyMap(&GlobalPropertyMap());
-  EXPECT_EQ(GlobalPropertyMap().size(), size);
-  PropertyMap copy;
-  CloneGlobalPropertyMap(&copy);
-  EXPECT_EQ(copy.size(), size);
-}
-
 }  // namespace
 }  // namespace qaaisp

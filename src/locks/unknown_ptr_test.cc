@@ -5,8 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "locks/file_mutexes.h"
-
 namespace qaaisp {
 namespace {
 
@@ -51,25 +49,6 @@ TEST(UnknownPtrTest, AssignmentThroughTheWeakBaseKeepsCountsRight) {
     EXPECT_EQ(second->reference_count(), 2);
   }
   EXPECT_EQ(second->reference_count(), 1);
-}
-
-TEST(UnknownPtrTest, ComparesByAddress) {
-  std::vector<std::string> log;
-  Tracked* objects[2] = {new Tracked(&log), new Tracked(&log)};
-  if (objects[1] < objects[0]) std::swap(objects[0], objects[1]);
-  UnknownPtr<Tracked> low(objects[0]), high(objects[1]);
-  EXPECT_TRUE(low < high);
-  EXPECT_TRUE(high > low);
-  EXPECT_TRUE(low != high);
-  EXPECT_TRUE(low < objects[1]);
-  EXPECT_FALSE(low > objects[1]);
-  EXPECT_TRUE(low == objects[0]);
-}
-
-TEST(FileMutexesTest, TableExistsAndStaysEmpty) {
-  EXPECT_TRUE(fileMutexes().empty());
-  MutexLock lock(&fileMutexesMutex());
-  EXPECT_EQ(lock.state(), StatusLocked);
 }
 
 }  // namespace
