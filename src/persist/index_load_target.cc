@@ -86,12 +86,15 @@ bool IndexLoadTarget::InsertRow(uint32_t file_length, uint32_t idx, bool refuse_
   row->SetIntegerAt(idx_key_, static_cast<int32_t>(idx), false);
   slots_hint_ = std::max(slots_hint_, row->slot_count());
   row->set_local_map(final_map_);
+  // The row joins the sequence here rather than in the table's insert, so
+  // that "SEQ" is set once, through the key looked up for the whole load.
   if (!index_->InsertRow(row, refuse_duplicates ? UidClash::kRefuse : UidClash::kNextFree,
-                         sequence)) {
+                         /*append=*/false)) {
     delete row;
     return false;
   }
   if (sequence) {
+    index_->AppendRow(row);
     row->SetIntegerAt(seq_key_, static_cast<int32_t>(seq), false);
   } else {
     unsequenced_.insert(row);
