@@ -183,7 +183,9 @@ bool LoadIndexFile(SORTEDSTOREINDEXTYPE* index, StoreIndex* lock_owner, const st
   bool marker = false;
   std::unique_ptr<StoreIndexSerialiser> serialiser =
       CreateIndexDeserialiser(folder, item_class, rebuild, force_rebuild, &marker);
-  if (!lock_held && (!lock_owner || !BlockIndexFile(lock_owner))) return false;
+  // A blank folder has nothing on disk to guard: the null member loads it.
+  const bool take_access = !lock_held && !folder.empty();
+  if (take_access && (!lock_owner || !BlockIndexFile(lock_owner))) return false;
   LoadRequest request;
   request.folder = folder;
   request.item_class = item_class;
@@ -195,7 +197,7 @@ bool LoadIndexFile(SORTEDSTOREINDEXTYPE* index, StoreIndex* lock_owner, const st
   request.quiet = !report_failures;
   // The change marker goes once a rebuild it asked for has loaded in full.
   index->LoadState = serialiser->Deserialise(index, request, rebuild && marker);
-  if (!lock_held) UnBlockIndexFile(lock_owner);
+  if (take_access) UnBlockIndexFile(lock_owner);
   return index->LoadState >= mode;
 }
 

@@ -283,8 +283,14 @@ TEST_F(SerialiserTest, LoadIndexFileRecordsItsArgumentsAndHoldsTheBlockFile) {
                             false, false, true, false));
   EXPECT_THAT(Ids(index.table), ElementsAre("a", "b"));
 
-  // Without a lock owner nothing is loaded; a block file that cannot be
-  // made fails at once.
+  // A blank folder loads empty without touching the disk.
+  StoreIndex blank;
+  EXPECT_TRUE(LoadIndexFile(&blank.table, &blank, "", 0, "", "", false, false, LoadFull, 0, true,
+                            false, true, false));
+  EXPECT_EQ(blank.table.LoadState, LoadFull);
+  EXPECT_EQ(blank.block_handle, nullptr);
+
+  // Without a lock owner nothing is loaded.
   StoreIndex other;
   EXPECT_FALSE(LoadIndexFile(&other.table, nullptr, folder_, 0, "", "", false, false, LoadFull, 0,
                              false, false, true, false));
