@@ -192,6 +192,9 @@ QAAISP_API void GetCachedStatus(const char *po, const char *mbox, const char *fo
 QAAISP_API void SetCachedStatus(const char *po, const char *mbox, const char *folder,
                                 const FolderDetails *in);
 
+/* Folder re-scan: rebuilds a message folder's index from its files */
+QAAISP_API int ScanFolders(const char *folderPath);
+
 /* Common: dates and the delimiter cutter */
 QAAISP_API int UnixTimeToFileTime(int32_t seconds, QA_FILETIME *out);
 QAAISP_API int64_t UnixTimeFromFileTime(QA_FILETIME ft);

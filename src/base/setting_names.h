@@ -62,4 +62,7 @@ inline constexpr const char* kIndexingParsesMultipartAlternative =
     "Indexing Parses Multipart Alternative For Attachments";
 inline constexpr const char* kUidBrandingEnabled = "UID Branding Enabled";
 
+// Folder re-scan.
+inline constexpr const char* kMaximumIndexRows = "Maximum Index Rows";
+
 }  // namespace qaaisp::settings

@@ -4,6 +4,7 @@
 
 #include "index/index_item.h"
 #include "index/store_index.h"
+#include "message/folder_rescan.h"
 #include "message/message_insert.h"
 #include "platform/env.h"
 
@@ -22,7 +23,7 @@ int InsertFromFile(StoreIndex* index, const std::string& file_name, const char* 
   return InsertRowWithFileSize(index, file_name, flags, row);
 }
 
-std::atomic<FolderScanRoutine> g_scan_folder{NoScan};
+std::atomic<FolderScanRoutine> g_scan_folder{ScanStoreIndex};
 std::atomic<FolderScanRoutine> g_scan_contacts{NoScan};
 std::atomic<NotifyRoutine> g_notify{NoNotify};
 std::atomic<InsertFromFileRoutine> g_insert_from_file{InsertFromFile};
@@ -36,7 +37,7 @@ StoreHooks Hooks() {
                     g_insert_from_file.load(), g_message_id.load(),    g_row_file_step.load()};
 }
 
-void SetFolderScanRoutine(FolderScanRoutine r) { g_scan_folder.store(r ? r : NoScan); }
+void SetFolderScanRoutine(FolderScanRoutine r) { g_scan_folder.store(r ? r : ScanStoreIndex); }
 void SetContactScanRoutine(FolderScanRoutine r) { g_scan_contacts.store(r ? r : NoScan); }
 void SetNotifyRoutine(NotifyRoutine r) { g_notify.store(r ? r : NoNotify); }
 void SetInsertFromFileRoutine(InsertFromFileRoutine r) {

@@ -16,8 +16,9 @@ inline constexpr int QA_STOREINDEX_REINDEX = 1;
 inline constexpr int QA_STOREINDEX_CHECKDIRTY = 99;
 
 // Re-scans a message folder (or the contacts of a contacts folder) into the
-// index, whose mutex the caller holds. Gives the scan's result. Default:
-// does nothing and gives 1.
+// index, whose mutex the caller holds; the scan mode is the block mode of
+// the scan. Gives the scan's result. Default: the folder re-scan for
+// folders, nothing (giving 1) for contacts.
 using FolderScanRoutine = int (*)(StoreIndex* index, int scan_mode);
 
 // Tells the clients waiting on a mailbox that something changed. The

@@ -13,6 +13,7 @@
 #include "platform/env.h"
 #include "platform/path_case.h"
 #include "store/folder_change_checks.h"
+#include "store/rescan_wiring.h"
 #include "store/store_hooks.h"
 #include "store/store_index_files.h"
 
@@ -166,6 +167,7 @@ int StoreIndex_Init(StoreIndex* index) {
     PrintWarning("WARNING!: StoreIndex is NULL when passed to StoreIndex_Init\n");
     return 0;
   }
+  WireFolderRescan();
   LineTrace line = 0;
   return Guarded("StoreIndex_Init", kStoreCoreSource, __LINE__, line, [&] {
     index->table.UnInit();
@@ -183,6 +185,7 @@ int StoreIndex_Open(StoreIndex* index, int mode) {
     Trace(8, "StoreIndex_Open::WARNING!: StoreIndex is NULL when passed to StoreIndex_Open");
     return 0;
   }
+  WireFolderRescan();
   platform::Env* env = platform::Env::Default();
   const uint32_t notification_mode = ModuleSettings().notification_mode;
   if (mode == kOpenFullCheckAlias) mode = kOpenFullCheck;
@@ -224,6 +227,7 @@ int StoreIndex_Scan_Ex(StoreIndex* index, int scan_mode) {
     PrintWarning("WARNING!: StoreIndex is NULL when passed to StoreIndex_Scan\n");
     return 0;
   }
+  WireFolderRescan();
   LineTrace line = 0;
   return Guarded("StoreIndex_Scan_Ex", kStoreCoreSource, __LINE__, line, [&] {
     platform::Env* env = platform::Env::Default();

@@ -1,0 +1,259 @@
+#include "message/folder_rescan.h"
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <set>
+#include <string_view>
+#include <vector>
+
+#include "base/setting_names.h"
+#include "base/settings.h"
+#include "base/store_files.h"
+#include "index/index_item.h"
+#include "index/property_map.h"
+#include "index/store_index.h"
+#include "locks/block_file.h"
+#include "locks/file_iterator.h"
+#include "message/message_index.h"
+#include "message/message_properties.h"
+#include "message/message_settings.h"
+#include "message/rescan_heartbeat.h"
+#include "message/uid_branding.h"
+#include "persist/index_serialiser.h"
+
+namespace qaaisp {
+namespace {
+
+using Row = IndexItemPropertyContainer;
+
+// Names this long or longer are never indexed: the row's "ID" field has no
+// room for them.
+constexpr size_t kMaxScannedNameLength = kFileNameFieldSize;
+
+LazySetting g_maximum_rows(settings::kProductKey, settings::kMaximumIndexRows, 1000000);
+std::atomic<FolderStatusWriter> g_status_writer{nullptr};
+
+std::string InFolder(const std::string& folder, std::string_view name) {
+  std::string path;
+  path.reserve(folder.size() + 1 + name.size());
+  path.append(folder).append(1, '/').append(name);
+  return path;
+}
+
+bool Skipped(const platform::DirEntry& entry) {
+  return entry.is_directory || entry.name.empty() || entry.name[0] == '_' || entry.name[0] == '.';
+}
+
+// A table that already holds exactly what the index file says (a full,
+// unfiltered load of the file as it stands, unchanged since) need not be
+// read again.
+bool HoldsCurrentFile(const SORTEDSTOREINDEXTYPE& index, const platform::FileInfo& file) {
+  return index.LoadState == LoadFull && index.ItemFilter.empty() && index.FieldFilter.empty() &&
+         index.FirstModifiedUID == 0 && index.removed_rows().empty() && index.IndexFileDate != 0 &&
+         index.IndexFileDate == file.write_time.ticks();
+}
+
+// Clears the table and loads the folder's index file, if any. Gives whether
+// the file was there. A file that cannot be loaded leaves an empty table
+// that is written out in full at the end.
+bool LoadExistingRows(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
+                      bool report_failures) {
+  platform::FileInfo file;
+  const bool exists = platform::Env::Default()->Stat(InFolder(folder, files::kIndexXml), &file) &&
+                      file.exists && !file.is_directory;
+  if (exists && HoldsCurrentFile(*index, file)) return true;
+  index->UnInit();
+  if (exists) {
+    // Rows of vanished files are dropped against the listing afterwards,
+    // which spares a look-up of every file here.
+    LoadIndexForClass(index, nullptr, folder, /*item_class=*/0, "", "", /*only_if_unloaded=*/false,
+                      /*lock_held=*/true, LoadFull, /*verify_files=*/0, /*rebuild=*/false,
+                      /*force_rebuild=*/false, report_failures, /*keep=*/false);
+    if (index->LoadState == LoadFull) return true;
+    index->UnInit();
+    index->FullRewriteRequired = true;
+  }
+  // What the scan builds is the whole index.
+  index->LoadState = LoadFull;
+  return exists;
+}
+
+// Drops the rows whose files have gone. names are the files the walk saw;
+// a row whose name is not among them is looked for once more by name, since
+// the walk leaves out what the pattern, the row limit or an abort kept it
+// from reaching.
+void DropVanishedRows(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
+                      std::vector<std::string_view>* names) {
+  std::sort(names->begin(), names->end());
+  std::set<std::string, std::less<>> gone;
+  auto name = names->begin();
+  platform::Env* env = platform::Env::Default();
+  for (const auto& [id, row] : index->by_id()) {
+    name = std::lower_bound(name, names->end(), std::string_view(id));
+    if (name != names->end() && *name == id) continue;
+    if (!platform::FileExists(env, InFolder(folder, id))) gone.insert(id);
+  }
+  if (!gone.empty()) index->Remove(gone);
+}
+
+// Branding rewrote the file: the row takes its new size and time, so the
+// next scan finds the two in agreement.
+void RefreshFileFacts(const std::string& path, Row* row) {
+  platform::FileInfo facts;
+  if (!platform::Env::Default()->Stat(path, &facts) || !facts.exists) return;
+  row->SetInteger("SIZE", static_cast<int32_t>(facts.size));
+  row->SetInteger("MODIFIEDDATE", static_cast<int32_t>(PackedModifiedDate(facts.write_time)));
+}
+
+void WriteFolderSizeFile(const std::string& folder, uint64_t total_bytes) {
+  const uint64_t kilobytes = total_bytes / 1024;
+  platform::WriteWholeFileAtomic(platform::Env::Default(), InFolder(folder, files::kDirSize),
+                                 std::to_string(kilobytes));
+}
+
+// A new index file is dated now in all three times.
+void StampNow(const std::string& path) {
+  platform::Env* env = platform::Env::Default();
+  platform::OpenOptions options;
+  options.read = false;
+  options.write = true;
+  options.share = platform::ShareMode::kShareAny;
+  std::unique_ptr<platform::File> file = env->OpenFile(path, options);
+  if (!file) return;
+  const platform::FileTime now = env->NowFileTime();
+  file->SetTimes(&now, &now, &now);
+}
+
+// Makes and inserts the row; gives it (owned by the table), or null.
+Row* MakeMessageRow(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
+                    platform::DirEntry* entry, uint32_t stamp, uint32_t* uid_counter) {
+  thread_local MessageHeaderInfo info;
+  info.Reset();
+  info.FolderStamp = stamp;
+  SetBounded(&info.FileName, entry->name, kFileNameFieldSize);
+  uint64_t read_size = 0;
+  if (!IndexMessage(InFolder(folder, entry->name), &info, /*clear_flags=*/false,
+                    UidBrandingSetting(), kAttachmentsVerified, /*ignore_read=*/false,
+                    &read_size)) {
+    return nullptr;
+  }
+  if (entry->write_time.IsZero()) entry->size = read_size;
+  IndexItem item;
+  item.Create();
+  ++*uid_counter;
+  // A file branded in this folder keeps its brand, under the UID it gets
+  // now; the old UID itself is not restored.
+  const bool branded = info.Uid != 0;
+  info.Uid = *uid_counter;
+  if (branded) BrandMessageUID(folder, entry->name, stamp, *uid_counter);
+  info.Size = static_cast<uint32_t>(entry->size);
+  SetBounded(&info.FileName, entry->name, kFileNameFieldSize);
+  SetMessageProperties(&item, &info, /*keys_only=*/false);
+  Row* row = item.container();
+  if (!index->Insert(&item, UidClash::kNextFree)) return nullptr;
+  *uid_counter = std::max(*uid_counter, index->LastUID);
+  return row;
+}
+
+}  // namespace
+
+uint32_t MaximumIndexRowsSetting() { return g_maximum_rows.Get(); }
+void ResetRescanSettingsForTesting() { g_maximum_rows.Reset(); }
+
+void SetFolderStatusWriter(FolderStatusWriter writer) { g_status_writer.store(writer); }
+
+int AddMessageRow(SORTEDSTOREINDEXTYPE* index, const std::string& folder, platform::DirEntry* entry,
+                  uint32_t stamp, uint32_t* uid_counter) {
+  return MakeMessageRow(index, folder, entry, stamp, uid_counter) != nullptr ? 1 : 0;
+}
+
+int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
+                       platform::SocketHandle socket, int block_mode, bool report_failures) {
+  if (folder.empty()) return 0;
+  const uint32_t maximum_rows = MaximumIndexRowsSetting();
+  const std::string block = InFolder(folder, files::kIndexBlk);
+  BlockHandle block_handle = nullptr;
+  if (block_mode != kBlockModeHeld &&
+      !WaitForAccessToIndexFileEx(block, block_mode, &block_handle)) {
+    return 1;
+  }
+  const uint32_t branding = UidBrandingSetting();
+  // The stamp only matters to branded files.
+  const uint32_t stamp = branding ? GetFolderStamp(folder) : 0;
+
+  const bool index_existed = LoadExistingRows(index, folder, report_failures);
+  uint32_t uid_counter = index->LastUID;
+
+  RescanHeartbeat heartbeat(socket);
+  // Sizes and times decide which rows are stale; a folder with no rows yet
+  // needs neither before each file is read.
+  FileIterator listing(folder + "/*.MAI", FileIterator::kFilesAndDirectories,
+                       /*with_info=*/!index->by_id().empty());
+  listing.SortByName(/*ignore_case=*/true);
+  const size_t listed = std::min<size_t>(listing.size(), maximum_rows);
+  std::vector<std::string_view> seen_names;
+  seen_names.reserve(listed);
+
+  const PropertyKey modified_key = LookupProperty("MODIFIEDDATE", nullptr);
+  const PropertyKey size_key = LookupProperty("SIZE", nullptr);
+  uint32_t file_count = 0;
+  uint64_t total_bytes = 0;
+  bool aborted = false;
+  for (size_t i = 0; i < listed; ++i, listing.Next()) {
+    const platform::DirEntry& entry = listing.entry();
+    if (!entry.is_directory) seen_names.emplace_back(entry.name);
+    if (Skipped(entry) || entry.name.size() >= kMaxScannedNameLength) continue;
+    ++file_count;
+    if (heartbeat.ClientGone(file_count) || file_count >= maximum_rows) {
+      aborted = true;
+      break;
+    }
+    auto found = index->by_id().find(entry.name);
+    if (found != index->by_id().end()) {
+      total_bytes += entry.size;
+      Row* row = found->second;
+      const uint32_t row_date = static_cast<uint32_t>(row->GetIntegerAt(modified_key));
+      const uint32_t row_size = static_cast<uint32_t>(row->GetIntegerAt(size_key));
+      if (row_date != PackedModifiedDate(entry.write_time) ||
+          row_size != static_cast<uint32_t>(entry.size)) {
+        IndexItem item;
+        item.Attach(row, false);
+        ReindexMessage(&item, folder, entry, stamp, /*refresh_all=*/row_date == 0);
+        item.Detach();
+      }
+      continue;
+    }
+    platform::DirEntry fresh = entry;
+    Row* row = MakeMessageRow(index, folder, &fresh, stamp, &uid_counter);
+    total_bytes += fresh.size;
+    RebrandMessage(folder, fresh.name, stamp, uid_counter);
+    if (branding && row) RefreshFileFacts(InFolder(folder, fresh.name), row);
+  }
+
+  DropVanishedRows(index, folder, &seen_names);
+  WriteFolderSizeFile(folder, total_bytes);
+  int result = 1;
+  if (!aborted) {
+    result = SaveIndexFile(index, folder, /*item_class=*/0);
+    platform::Env::Default()->RemoveFile(InFolder(folder, files::kChangeFlag));
+    if (FolderStatusWriter writer = g_status_writer.load()) {
+      FolderDetails details{};
+      index->GetFolderDetails(&details);
+      writer(folder, details);
+    }
+  }
+  heartbeat.Restore();
+  if (!index_existed) StampNow(InFolder(folder, files::kIndexXml));
+  if (block_mode != kBlockModeHeld) UnBlockIndexFileAccessEx(block, block_mode, &block_handle);
+  return result;
+}
+
+int ScanStoreIndex(StoreIndex* index, int block_mode) {
+  if (!index || index->folder_path.empty()) return 0;
+  index->table.owner = index;
+  return ScanFoldersOrdered(&index->table, index->folder_path.str(), platform::kNoSocket,
+                            block_mode, /*report_failures=*/true);
+}
+
+}  // namespace qaaisp

@@ -1,0 +1,368 @@
+#include "message/folder_rescan.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "index/store_index.h"
+#include "message/message_header_info.h"
+#include "message/message_test_support.h"
+#include "message/uid_branding.h"
+#include "persist/index_serialiser.h"
+#include "persist/persist_settings.h"
+#include "persist/stream_index_writer.h"
+#include "platform/socket.h"
+#include "platform/win32_error.h"
+
+namespace qaaisp {
+namespace {
+
+using namespace message_testing;
+using qaaisp::testing::Exists;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+std::string Message(const std::string& subject, const std::string& extra = "") {
+  return "From: Ann <ann@example.org>\r\nSubject: " + subject + "\r\n" + extra +
+         "Date: Tue, 14 Nov 2023 10:00:00 +0000\r\n\r\nBody of " + subject + "\r\n";
+}
+
+// Counts the message files opened, and can fail the opening of one name or
+// run a step at the nth opening.
+class CountingEnv : public FakeClockEnv {
+ public:
+  std::unique_ptr<platform::File> OpenFile(const std::string& path,
+                                           const platform::OpenOptions& options) override {
+    if (path.ends_with(".MAI") && !options.write) {
+      const int n = ++message_opens_;
+      if (n == run_at_ && step_) step_();
+      if (!fail_name_.empty() && path.ends_with("/" + fail_name_)) {
+        platform::SetLastErrorCode(platform::kErrorAccessDenied);
+        return nullptr;
+      }
+    }
+    return FakeClockEnv::OpenFile(path, options);
+  }
+  int message_opens() const { return message_opens_.load(); }
+  void FailOpening(const std::string& name) { fail_name_ = name; }
+  void AtOpening(int n, std::function<void()> step) {
+    run_at_ = n;
+    step_ = std::move(step);
+  }
+
+ private:
+  std::atomic<int> message_opens_{0};
+  std::string fail_name_;
+  int run_at_ = 0;
+  std::function<void()> step_;
+};
+
+struct StatusCall {
+  std::string folder;
+  FolderDetails details;
+};
+std::vector<StatusCall>* g_status_calls = nullptr;
+void RecordStatus(const std::string& folder, const FolderDetails& details) {
+  g_status_calls->push_back({folder, details});
+}
+
+class FolderRescanTest : public ::testing::Test {
+ protected:
+  explicit FolderRescanTest(std::vector<std::string> extra = {})
+      : registry_(Registry(std::move(extra))), scoped_env_(&env_) {
+    Reset();
+    g_status_calls = &status_calls_;
+    SetFolderStatusWriter(&RecordStatus);
+    RegisterMessageRescan();
+  }
+  ~FolderRescanTest() override {
+    SetFolderStatusWriter(nullptr);
+    g_status_calls = nullptr;
+    Reset();
+  }
+  static void Reset() {
+    ResetMessageSettingsForTesting();
+    ResetRescanSettingsForTesting();
+    persist::ResetPersistSettingsForTesting();
+    persist::ResetIndexWriteSettingsForTesting();
+  }
+  static std::string Registry(std::vector<std::string> values) {
+    values.push_back(Dword("Use XML Stream Index Deserialisation", 1));
+    values.push_back(Dword("Use XML Stream Index Serialisation", 1));
+    return RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", values}});
+  }
+
+  std::string Path(const std::string& name) const { return folder_ + "/" + name; }
+  void Put(const std::string& name, const std::string& text) { WriteFile(Path(name), text); }
+  // Dates a file's last write far back, as a touch from elsewhere would
+  // change it without a change of content.
+  void SetWriteTime(const std::string& name, int64_t unix_seconds) {
+    platform::OpenOptions options;
+    options.write = true;
+    std::unique_ptr<platform::File> file = env_.OpenFile(Path(name), options);
+    ASSERT_TRUE(file);
+    const platform::FileTime time = platform::FileTimeFromUnixNanos(unix_seconds, 0);
+    ASSERT_TRUE(file->SetTimes(nullptr, nullptr, &time));
+  }
+
+  int Scan(SORTEDSTOREINDEXTYPE* index, platform::SocketHandle socket = platform::kNoSocket) {
+    return ScanFoldersOrdered(index, folder_, socket, 1, true);
+  }
+  // The rows of the saved index, as a fresh load gives them: "ID:UID".
+  std::vector<std::string> SavedRows() {
+    SORTEDSTOREINDEXTYPE loaded;
+    LoadIndexForClass(&loaded, nullptr, folder_, 0, "", "", false, true, LoadFull, 0, false, false,
+                      true, false);
+    std::vector<std::string> rows;
+    for (const auto& [uid, row] : loaded.by_uid()) {
+      rows.push_back(std::string(row->IdView()) + ":" + std::to_string(row->Uid()));
+    }
+    return rows;
+  }
+  static std::string Text(SORTEDSTOREINDEXTYPE& index, const char* id, const char* name) {
+    auto found = index.by_id().find(std::string_view(id));
+    return found == index.by_id().end() ? "<none>" : found->second->GetText(name);
+  }
+
+  TempDir dir_;
+  std::string folder_ = dir_.path();
+  ScopedRegistry registry_;
+  CountingEnv env_;
+  ScopedDefaultEnv scoped_env_;
+  std::vector<StatusCall> status_calls_;
+};
+
+TEST_F(FolderRescanTest, FilesChangedBehindTheIndexAreReconciled) {
+  Put("b.MAI", Message("second"));
+  Put("A.MAI", Message("first", "X-Read: 1\r\n"));
+  Put("c.mai", Message("third"));
+  Put("_work.MAI", Message("a work file"));
+  Put(".hidden.MAI", Message("hidden"));
+  Put(std::string(60, 'n') + ".MAI", Message("long name"));  // 64 characters
+  Put("notes.txt", "not a message");
+  qaaisp::testing::MakeDirs(Path("sub.MAI"));
+  Put("_CHANGE.DTY", "dirty");
+
+  SORTEDSTOREINDEXTYPE index;
+  EXPECT_EQ(Scan(&index), 1);
+  // Case-insensitive name order decides the UIDs.
+  EXPECT_THAT(SavedRows(), ElementsAre("A.MAI:1", "b.MAI:2", "c.mai:3"));
+  EXPECT_FALSE(Exists(Path("_CHANGE.DTY")));
+  EXPECT_FALSE(Exists(Path("_index.blk")));
+  const uint64_t bytes =
+      Message("first", "X-Read: 1\r\n").size() + Message("second").size() + Message("third").size();
+  EXPECT_EQ(ReadFile(Path("_DIRSIZE.TMP")), std::to_string(bytes / 1024));
+  ASSERT_EQ(status_calls_.size(), 1u);
+  EXPECT_EQ(status_calls_[0].details.Total, 3);
+  EXPECT_EQ(status_calls_[0].details.Seen, 1);
+  EXPECT_EQ(status_calls_[0].details.LastUID, 3);
+
+  // A user's flags on the first message, saved.
+  index.by_id().at("A.MAI")->SetText("FLAGSTATUS", "\\SEEN \\FLAGGED", true);
+  SaveIndexFile(&index, folder_, 0);
+
+  // Behind the index's back: one file touched, one changed, one gone, one new.
+  SetWriteTime("A.MAI", 1600000000);
+  Put("b.MAI", Message("second, edited at length"));
+  std::remove(Path("c.mai").c_str());
+  Put("d.MAI", Message("fourth"));
+  const int opens = env_.message_opens();
+
+  // Once with the rows held from the last scan, once from the file alone.
+  SORTEDSTOREINDEXTYPE fresh;
+  for (SORTEDSTOREINDEXTYPE* table : {&index, &fresh}) {
+    SCOPED_TRACE(table == &index ? "held rows" : "fresh load");
+    EXPECT_EQ(Scan(table), 1);
+    EXPECT_THAT(SavedRows(), ElementsAre("A.MAI:1", "b.MAI:2", "d.MAI:4"));
+    EXPECT_EQ(Text(*table, "A.MAI", "FLAGSTATUS"), "\\SEEN \\FLAGGED");
+    EXPECT_EQ(Text(*table, "A.MAI", "MODIFIEDDATE"),
+              std::to_string(PackedModifiedDate(platform::FileTimeFromUnixNanos(1600000000, 0))));
+    EXPECT_EQ(Text(*table, "b.MAI", "SUBJECT"), "second, edited at length");
+    EXPECT_EQ(Text(*table, "b.MAI", "SIZE"),
+              std::to_string(Message("second, edited at length").size()));
+  }
+  // The first pass read the three files that changed or came; the second
+  // found everything in agreement and read none.
+  EXPECT_EQ(env_.message_opens() - opens, 3);
+  EXPECT_EQ(status_calls_.back().details.Flagged, 1);
+}
+
+TEST_F(FolderRescanTest, AnUnreadableFileMakesNoRowAndStopsNothing) {
+  Put("1.MAI", Message("one"));
+  Put("2.MAI", Message("two"));
+  Put("3.MAI", Message("three"));
+  env_.FailOpening("2.MAI");
+  SORTEDSTOREINDEXTYPE index;
+  EXPECT_EQ(Scan(&index), 1);
+  EXPECT_THAT(SavedRows(), ElementsAre("1.MAI:1", "3.MAI:2"));
+  // A new index file is dated now, in the caller's clock.
+  platform::FileInfo info;
+  ASSERT_TRUE(env_.Stat(Path("_index.xml"), &info));
+  EXPECT_EQ(info.write_time, env_.NowFileTime());
+}
+
+TEST_F(FolderRescanTest, TheEntryResultsAndTheBlockFile) {
+  SORTEDSTOREINDEXTYPE index;
+  EXPECT_EQ(ScanFoldersOrdered(&index, "", platform::kNoSocket, 1, true), 0);
+  // No block file can be had in a folder that is not there: nothing is done.
+  EXPECT_EQ(ScanFoldersOrdered(&index, Path("missing"), platform::kNoSocket, 1, true), 1);
+  EXPECT_FALSE(Exists(Path("missing")));
+
+  // With the access held by the caller, its block file is left alone.
+  Put("_index.blk", "");
+  Put("1.MAI", Message("one"));
+  EXPECT_EQ(ScanFoldersOrdered(&index, folder_, platform::kNoSocket, kBlockModeHeld, true), 1);
+  EXPECT_TRUE(Exists(Path("_index.blk")));
+  EXPECT_THAT(SavedRows(), ElementsAre("1.MAI:1"));
+
+  // A folder emptied of messages keeps an index with no rows.
+  std::remove(Path("1.MAI").c_str());
+  EXPECT_EQ(ScanFoldersOrdered(&index, folder_, platform::kNoSocket, kBlockModeHeld, true), 1);
+  EXPECT_THAT(SavedRows(), ElementsAre());
+  EXPECT_THAT(ReadFile(Path("_index.xml")), HasSubstr("<BASEELEMENT"));
+}
+
+class RescanLimitTest : public FolderRescanTest {
+ protected:
+  RescanLimitTest() : FolderRescanTest({Dword("Maximum Index Rows", 3)}) {}
+};
+
+TEST_F(RescanLimitTest, TheRowLimitAbortsOneFileShortAndSavesNothing) {
+  Put("1.MAI", Message("one"));
+  Put("2.MAI", Message("two"));
+  SORTEDSTOREINDEXTYPE index;
+  EXPECT_EQ(Scan(&index), 1);
+  EXPECT_THAT(SavedRows(), ElementsAre("1.MAI:1", "2.MAI:2"));
+
+  Put("3.MAI", Message("three"));
+  Put("_CHANGE.DTY", "dirty");
+  std::remove(Path("_DIRSIZE.TMP").c_str());
+  const std::string before = ReadFile(Path("_index.xml"));
+  EXPECT_EQ(Scan(&index), 1);
+  EXPECT_EQ(ReadFile(Path("_index.xml")), before);
+  EXPECT_TRUE(Exists(Path("_CHANGE.DTY")));
+  // The size file is written all the same, from the files counted.
+  EXPECT_EQ(ReadFile(Path("_DIRSIZE.TMP")), "0");
+}
+
+// The thousand messages are written once for the suite: file creation is
+// the slow part here, and neither test changes a message.
+class RescanHeartbeatTest : public FolderRescanTest {
+ protected:
+  static void SetUpTestSuite() {
+    shared_ = new TempDir;
+    for (int i = 0; i < 1000; ++i) {
+      char name[16];
+      std::snprintf(name, sizeof name, "%04d.MAI", i);
+      WriteFile(shared_->Sub(name), Message(name));
+    }
+  }
+  static void TearDownTestSuite() {
+    delete shared_;
+    shared_ = nullptr;
+  }
+  void SetUp() override {
+    folder_ = shared_->path();
+    ASSERT_TRUE(platform::MakeSocketPair(&ours_, &client_));
+    Put("_index.xml", "<BASEELEMENT LASTUID=\"x00000000\"></BASEELEMENT>\r\n");
+    Put("_CHANGE.DTY", "dirty");
+  }
+  void TearDown() override {
+    platform::CloseSocket(ours_);
+    platform::CloseSocket(client_);
+  }
+  static TempDir* shared_;
+  platform::SocketHandle ours_ = platform::kNoSocket;
+  platform::SocketHandle client_ = platform::kNoSocket;
+};
+TempDir* RescanHeartbeatTest::shared_ = nullptr;
+
+TEST_F(RescanHeartbeatTest, AClientThatGoesAwayStopsTheScanWithinAHundredFiles) {
+  env_.AtOpening(250, [this] {
+    platform::CloseSocket(client_);
+    client_ = platform::kNoSocket;
+  });
+  const std::string before = ReadFile(Path("_index.xml"));
+  SORTEDSTOREINDEXTYPE index;
+  EXPECT_EQ(Scan(&index, ours_), 1);
+  EXPECT_LE(env_.message_opens(), 300);
+  EXPECT_EQ(ReadFile(Path("_index.xml")), before);
+  EXPECT_TRUE(Exists(Path("_CHANGE.DTY")));
+  EXPECT_TRUE(status_calls_.empty());
+}
+
+TEST_F(RescanHeartbeatTest, AQuietOrTalkingClientLetsTheScanFinish) {
+  // Bytes the client sends meanwhile are read and dropped.
+  env_.AtOpening(150, [this] { ASSERT_TRUE(platform::SendToSocket(client_, "NOOP\r\n", 6)); });
+  SORTEDSTOREINDEXTYPE index;
+  EXPECT_EQ(Scan(&index, ours_), 1);
+  EXPECT_EQ(env_.message_opens(), 1000);
+  EXPECT_EQ(SavedRows().size(), 1000u);
+  EXPECT_FALSE(Exists(Path("_CHANGE.DTY")));
+  // The socket is ours again, in blocking mode, with nothing left unread
+  // but what came after the scan.
+  ASSERT_TRUE(platform::SendToSocket(client_, "x", 1));
+  char byte = 0;
+  EXPECT_EQ(platform::ReceiveFromSocket(ours_, &byte, 1), 1);
+  EXPECT_EQ(byte, 'x');
+}
+
+class BrandedRescanTest : public FolderRescanTest {
+ protected:
+  BrandedRescanTest()
+      : FolderRescanTest({Dword("UID Branding Enabled", 1), Dword("New Indexing", 0)}) {}
+};
+
+TEST_F(BrandedRescanTest, ScannedFilesLoseTheirMarksAndAreNotReadAgain) {
+  const uint32_t stamp = GetFolderStamp(folder_);
+  Put("own.MAI", Message("own", UidLine(stamp, 17) + "X-QATempFlags: \\SEEN\r\n"));
+  Put("foreign.MAI", Message("foreign", UidLine(stamp + 1, 5)));
+  Put("plain.MAI", Message("plain"));
+  SORTEDSTOREINDEXTYPE index;
+  EXPECT_EQ(Scan(&index), 1);
+  EXPECT_THAT(SavedRows(), ElementsAre("foreign.MAI:1", "own.MAI:2", "plain.MAI:3"));
+  EXPECT_EQ(ReadFile(Path("own.MAI")), Message("own"));
+  EXPECT_EQ(ReadFile(Path("foreign.MAI")), Message("foreign"));
+  EXPECT_EQ(ReadFile(Path("plain.MAI")), Message("plain"));
+  // The rows carry the rewritten files' sizes, so a second scan reads none.
+  const int opens = env_.message_opens();
+  SORTEDSTOREINDEXTYPE fresh;
+  EXPECT_EQ(Scan(&fresh), 1);
+  EXPECT_EQ(env_.message_opens(), opens);
+}
+
+TEST_F(FolderRescanTest, ARebuildKeepsWhatTheIndexKnewAndSetsABadIndexAside) {
+  Put("1.MAI", Message("one"));
+  Put("2.MAI", Message("two"));
+  ASSERT_TRUE(ScanFolders(folder_));
+  SORTEDSTOREINDEXTYPE index;
+  LoadIndexForClass(&index, nullptr, folder_, 0, "", "", false, true, LoadFull, 0, false, false,
+                    true, false);
+  index.by_id().at("2.MAI")->SetText("FLAGSTATUS", "\\ANSWERED", true);
+  SaveIndexFile(&index, folder_, 0);
+  std::remove(Path("1.MAI").c_str());
+  Put("3.MAI", Message("three"));
+
+  // Spelled as callers may spell it.
+  std::string spelled = folder_ + "\\";
+  EXPECT_TRUE(ScanFolders(spelled));
+  EXPECT_THAT(SavedRows(), ElementsAre("2.MAI:2", "3.MAI:3"));
+  EXPECT_THAT(ReadFile(Path("_index.xml")), HasSubstr("\\ANSWERED"));
+
+  const std::string damaged = "<BASEELEMENT LASTUID=\"x00000003\"><ELEMENT ID=\"2.MAI";
+  Put("_index.xml", damaged);
+  ScanFolders(folder_);
+  EXPECT_EQ(ReadFile(Path("_index.xml.bad")), damaged);
+  // Every message is indexed again, under new UIDs, and the folder works.
+  EXPECT_THAT(SavedRows(), ElementsAre("2.MAI:1", "3.MAI:2"));
+  EXPECT_THAT(ReadFile(Path("_index.xml")), Not(HasSubstr("\\ANSWERED")));
+  EXPECT_TRUE(ScanFolders(folder_));
+}
+
+}  // namespace
+}  // namespace qaaisp
