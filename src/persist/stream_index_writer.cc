@@ -107,6 +107,103 @@ bool TruncateIndexFile(platform::Env* env, const std::string& path, uint64_t len
   return file != nullptr && file->Truncate(length);
 }
 
+// What the check of the file found.
+struct FileCheck {
+  bool exists = false;
+  // The size on disk, taken when the offsets in memory were still valid.
+  bool size_taken = false;
+  uint64_t size = 0;
+};
+
+// Decides whether the file still is the one the offsets in memory describe,
+// and sets FullRewriteRequired when it is not. False: the save must not go
+// on (the failure, if any, has been reported).
+bool CheckIndexFile(platform::Env* env, SORTEDSTOREINDEXTYPE* index, const std::string& path,
+                    const std::string& folder, bool complete, FileCheck* check) {
+  platform::FileInfo info;
+  check->exists = env->Stat(path, &info) && info.exists && !info.is_directory;
+  if (!check->exists) {
+    if (!complete) return false;
+    index->FullRewriteRequired = true;
+    return true;
+  }
+  if (!index->OffsetsValid) {
+    // The offsets were spent by an earlier save of this load.
+    index->FullRewriteRequired = true;
+    return true;
+  }
+  check->size_taken = true;
+  check->size = info.size;
+  const uint32_t cached_size = CachedIndexFileSize(index);
+  const bool size_changed = index->owner != nullptr && check->size != cached_size;
+  const bool date_changed = info.write_time.ticks() != index->IndexFileDate;
+  if (!size_changed && !date_changed) return true;
+  if (!complete) {
+    ReportIndexEvent("Index file modified since load (" + path +
+                     "). Index was not fully loaded: aborting save.");
+    return false;
+  }
+  if (size_changed) {
+    Trace(8, "Index file size has changed from " + std::to_string(cached_size) + " (cached) to " +
+                 std::to_string(check->size) + " (on disk); LastUID (cached) = " +
+                 std::to_string(index->LastUID) + " : " + folder +
+                 ". Cached offset information is now inaccurate. Index will be rewritten in "
+                 "full.\n");
+  }
+  if (date_changed) {
+    char dates[64];
+    std::snprintf(dates, sizeof dates, "%" PRId64 " to %" PRId64,
+                  static_cast<int64_t>(index->IndexFileDate),
+                  static_cast<int64_t>(info.write_time.ticks()));
+    Trace(8, std::string("Index file date has changed from ") + dates + ": " + folder +
+                 ". Cached offset information is now inaccurate. Index will be rewritten in "
+                 "full.\n");
+  }
+  index->FullRewriteRequired = true;
+  return true;
+}
+
+// The header, whole or its LASTUID digits alone, and the removed rows'
+// marks where their elements stand.
+void WriteHeaderAndTombstones(IndexWriteStream* stream, const SORTEDSTOREINDEXTYPE* index,
+                              bool full) {
+  if (full) {
+    stream->Write(std::string(persist::kIndexHeaderStart) + LastUidDigits(index->LastUID) + "\">");
+    CheckStream(*stream, __LINE__);
+    return;
+  }
+  stream->Seek(persist::kLastUidDigitsOffset);
+  CheckStream(*stream, __LINE__);
+  stream->Write(LastUidDigits(index->LastUID));
+  CheckStream(*stream, __LINE__);
+  for (const IndexItemPropertyContainer* row : index->removed_rows()) {
+    if (row->FileOffset <= 0) continue;  // never written: nothing to mark
+    stream->Seek(static_cast<uint64_t>(row->FileOffset));
+    CheckStream(*stream, __LINE__);
+    stream->Write(Tombstone(row));
+    CheckStream(*stream, __LINE__);
+  }
+}
+
+// The rows before the first rewritten one keep their places in the table.
+void RecordRowsBefore(persist::IndexOffsetTable* table, platform::Env* env,
+                      const std::vector<IndexItemPropertyContainer*>& rows, size_t start,
+                      const PropertyMap& map) {
+  const PropertyKey received = map.Find("RECEIVED");
+  const PropertyKey idx = map.Find("IDX");
+  const PropertyKey seq = map.Find("SEQ");
+  for (size_t i = 0; i < start; ++i) {
+    const IndexItemPropertyContainer* row = rows[i];
+    int64_t number = 0;
+    if (idx.valid() && row->HasValueAt(idx)) number = row->GetIntegerAt(idx);
+    if (seq.valid() && row->HasValueAt(seq)) number = row->GetIntegerAt(seq);
+    const uint64_t time = received.valid() && received.type == kPropertyText
+                              ? persist::ReceivedFileTime(row->TextViewAt(received))
+                              : 0;
+    table->Set(env, number, static_cast<uint32_t>(row->FileOffset), row->Uid(), time);
+  }
+}
+
 }  // namespace
 
 int StreamXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index,
@@ -128,49 +225,8 @@ int StreamXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index,
                                                                  index->LoadState == LoadHeader);
     }
 
-    // Is the file still the one the offsets in memory describe?
-    platform::FileInfo info;
-    const bool exists = env->Stat(path, &info) && info.exists && !info.is_directory;
-    bool size_taken = false;
-    uint64_t size_on_disk = 0;
-    if (!exists) {
-      if (!complete) return 0;
-      index->FullRewriteRequired = true;
-    } else if (index->OffsetsValid) {
-      size_taken = true;
-      size_on_disk = info.size;
-      const uint32_t cached_size = CachedIndexFileSize(index);
-      const bool size_changed = index->owner != nullptr && size_on_disk != cached_size;
-      const bool date_changed = info.write_time.ticks() != index->IndexFileDate;
-      if (size_changed || date_changed) {
-        if (!complete) {
-          ReportIndexEvent("Index file modified since load (" + path +
-                           "). Index was not fully loaded: aborting save.");
-          return 0;
-        }
-        if (size_changed) {
-          Trace(8, "Index file size has changed from " + std::to_string(cached_size) +
-                       " (cached) to " + std::to_string(size_on_disk) +
-                       " (on disk); LastUID (cached) = " + std::to_string(index->LastUID) + " : " +
-                       folder +
-                       ". Cached offset information is now inaccurate. Index will be rewritten "
-                       "in full.\n");
-        }
-        if (date_changed) {
-          char dates[64];
-          std::snprintf(dates, sizeof dates, "%" PRId64 " to %" PRId64,
-                        static_cast<int64_t>(index->IndexFileDate),
-                        static_cast<int64_t>(info.write_time.ticks()));
-          Trace(8, std::string("Index file date has changed from ") + dates + ": " + folder +
-                       ". Cached offset information is now inaccurate. Index will be rewritten "
-                       "in full.\n");
-        }
-        index->FullRewriteRequired = true;
-      }
-    } else {
-      // The offsets were spent by an earlier save of this load.
-      index->FullRewriteRequired = true;
-    }
+    FileCheck check;
+    if (!CheckIndexFile(env, index, path, folder, complete, &check)) return 0;
 
     if (persist::DebugIndexSavesSetting() != 0) {
       TraceAndReport("SerialiseHook:: Folder: " + path + ". Params: FullRewriteRequired =" +
@@ -190,7 +246,7 @@ int StreamXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index,
     }
 
     const bool full = index->FullRewriteRequired;
-    std::unique_ptr<platform::File> file = OpenExclusive(env, path, full || !exists);
+    std::unique_ptr<platform::File> file = OpenExclusive(env, path, full || !check.exists);
     if (file == nullptr) {
       TraceAndReport("Failed to serialise index: " + folder +
                      ". A File Access error occurred when opening the file (was retried for 40 "
@@ -212,24 +268,7 @@ int StreamXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index,
         escape_table_, persist::IndexRequiresValidUtf8Setting() == 1);
     persist::PrepareElementTags(property_map, item_class, &context.tags);
 
-    if (full) {
-      stream.Write(std::string(persist::kIndexHeaderStart) + LastUidDigits(index->LastUID) + "\">");
-    } else {
-      stream.Seek(persist::kLastUidDigitsOffset);
-      CheckStream(stream, __LINE__);
-      stream.Write(LastUidDigits(index->LastUID));
-    }
-    CheckStream(stream, __LINE__);
-
-    if (!full) {
-      for (const IndexItemPropertyContainer* row : removed) {
-        if (row->FileOffset <= 0) continue;  // never written: nothing to mark
-        stream.Seek(static_cast<uint64_t>(row->FileOffset));
-        CheckStream(stream, __LINE__);
-        stream.Write(Tombstone(row));
-        CheckStream(stream, __LINE__);
-      }
-    }
+    WriteHeaderAndTombstones(&stream, index, full);
 
     uint64_t new_length = 0;
     const std::vector<IndexItemPropertyContainer*>& rows = index->rows();
@@ -243,23 +282,7 @@ int StreamXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index,
           start = 0;  // the changed rows at the end are gone
         } else if (rows[start]->FileOffset > 0) {
           position = rows[start]->FileOffset;
-          if (offset_table) {
-            // The rows before the start keep their places.
-            PropertyKey received = property_map.Find("RECEIVED");
-            PropertyKey idx = property_map.Find("IDX");
-            PropertyKey seq = property_map.Find("SEQ");
-            for (size_t i = 0; i < start; ++i) {
-              const IndexItemPropertyContainer* row = rows[i];
-              int64_t number = 0;
-              if (idx.valid() && row->HasValueAt(idx)) number = row->GetIntegerAt(idx);
-              if (seq.valid() && row->HasValueAt(seq)) number = row->GetIntegerAt(seq);
-              uint64_t time = received.valid() && received.type == kPropertyText
-                                  ? persist::ReceivedFileTime(row->TextViewAt(received))
-                                  : 0;
-              offset_table->Set(env, number, static_cast<uint32_t>(row->FileOffset), row->Uid(),
-                                time);
-            }
-          }
+          if (offset_table) RecordRowsBefore(offset_table.get(), env, rows, start, property_map);
         } else {
           // A new row: it goes where the root end tag is.
           position = FindRowsEnd(&stream);
@@ -303,7 +326,7 @@ int StreamXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index,
     // rewrites the file in full because the offsets are spent.
     if (stream.write_failed()) return 0;
 
-    if (new_length > 0 && size_taken && new_length < size_on_disk) {
+    if (new_length > 0 && check.size_taken && new_length < check.size) {
       if (!TruncateIndexFile(env, path, new_length)) {
         TraceAndReport("Failed to truncate index: " + folder +
                        ". A file error occurred when opening file (" +
