@@ -196,7 +196,14 @@ int64_t StreamXMLStoreIndexSerialiser::WriteRow(persist::IndexWriteContext* cont
   }
   const uint64_t old_end = static_cast<uint64_t>(std::max(row->FileOffset, 0)) + row->FileLength;
   const uint64_t gap = span_end > old_end && span_end != 0 && old_end != 0 ? span_end - old_end : 0;
-  if (old_end != 0 && stream->keeping()) stream->SetOriginalFloor(old_end);
+  // Old bytes before this row's end are not read again, apart from the old
+  // file's last bytes, which the search for the rows' end reads.
+  const uint64_t old_length = stream->original_length();
+  const uint64_t tail = old_length > kTailSearch ? old_length - kTailSearch : 0;
+  auto forget_before = [&](uint64_t offset) {
+    if (stream->keeping()) stream->SetOriginalFloor(std::min(offset, tail));
+  };
+  if (old_end != 0) forget_before(old_end);
 
   if (gap > 0 && context->check_gaps && gap >= kCheckableGap) {
     char head[8];
@@ -249,7 +256,7 @@ int64_t StreamXMLStoreIndexSerialiser::WriteRow(persist::IndexWriteContext* cont
   for (uint64_t done = 0; done < gap;) {
     const size_t want = static_cast<size_t>(std::min<uint64_t>(kGapChunk, gap - done));
     chunk.resize(want);
-    stream->SetOriginalFloor(old_end + done);
+    forget_before(old_end + done);
     size_t got = stream->ReadOriginal(old_end + done, chunk.data(), want);
     CheckStream(*stream, __LINE__);
     stream->ClearState();
