@@ -20,6 +20,7 @@
 #include "message/message_settings.h"
 #include "message/rescan_heartbeat.h"
 #include "message/uid_branding.h"
+#include "notify/dirty_flags.h"
 #include "persist/index_serialiser.h"
 
 namespace qaaisp {
@@ -236,11 +237,17 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   int result = 1;
   if (!aborted) {
     result = SaveIndexFile(index, folder, /*item_class=*/0);
-    platform::Env::Default()->RemoveFile(InFolder(folder, files::kChangeFlag));
-    if (FolderStatusWriter writer = g_status_writer.load()) {
-      FolderDetails details{};
-      index->GetFolderDetails(&details);
-      writer(folder, details);
+    // A save that did not go through leaves its marks on the table; the
+    // folder then stays marked as changed, so the next open scans again.
+    if (index->FirstModifiedUID != 0 || index->FullRewriteRequired) {
+      SetDirtyPathNotification(folder);
+    } else {
+      platform::Env::Default()->RemoveFile(InFolder(folder, files::kChangeFlag));
+      if (FolderStatusWriter writer = g_status_writer.load()) {
+        FolderDetails details{};
+        index->GetFolderDetails(&details);
+        writer(folder, details);
+      }
     }
   }
   heartbeat.Restore();

@@ -62,6 +62,30 @@ class CountingEnv : public FakeClockEnv {
   std::function<void()> step_;
 };
 
+// The rows of a folder's saved index, as a fresh load gives them:
+// "ID:UID", or "ID:UID:FLAGSTATUS" with flags.
+std::vector<std::string> SavedRowsIn(const std::string& folder, bool flags = false,
+                                     int32_t* load_state = nullptr) {
+  SORTEDSTOREINDEXTYPE loaded;
+  LoadIndexForClass(&loaded, nullptr, folder, 0, "", "", false, true, LoadFull, 0, false, false,
+                    true, false);
+  if (load_state) *load_state = loaded.LoadState;
+  std::vector<std::string> rows;
+  for (const auto& [uid, row] : loaded.by_uid()) {
+    rows.push_back(std::string(row->IdView()) + ":" + std::to_string(row->Uid()) +
+                   (flags ? ":" + row->GetText("FLAGSTATUS") : ""));
+  }
+  return rows;
+}
+
+// Forgets every setting the scan and its readers and writers keep.
+void ResetSettings() {
+  ResetMessageSettingsForTesting();
+  ResetRescanSettingsForTesting();
+  persist::ResetPersistSettingsForTesting();
+  persist::ResetIndexWriteSettingsForTesting();
+}
+
 struct StatusCall {
   std::string folder;
   FolderDetails details;
@@ -75,7 +99,7 @@ class FolderRescanTest : public ::testing::Test {
  protected:
   explicit FolderRescanTest(std::vector<std::string> extra = {})
       : registry_(Registry(std::move(extra))), scoped_env_(&env_) {
-    Reset();
+    ResetSettings();
     g_status_calls = &status_calls_;
     SetFolderStatusWriter(&RecordStatus);
     RegisterMessageRescan();
@@ -83,13 +107,7 @@ class FolderRescanTest : public ::testing::Test {
   ~FolderRescanTest() override {
     SetFolderStatusWriter(nullptr);
     g_status_calls = nullptr;
-    Reset();
-  }
-  static void Reset() {
-    ResetMessageSettingsForTesting();
-    ResetRescanSettingsForTesting();
-    persist::ResetPersistSettingsForTesting();
-    persist::ResetIndexWriteSettingsForTesting();
+    ResetSettings();
   }
   static std::string Registry(std::vector<std::string> values) {
     values.push_back(Dword("Use XML Stream Index Deserialisation", 1));
@@ -113,17 +131,7 @@ class FolderRescanTest : public ::testing::Test {
   int Scan(SORTEDSTOREINDEXTYPE* index, platform::SocketHandle socket = platform::kNoSocket) {
     return ScanFoldersOrdered(index, folder_, socket, 1, true);
   }
-  // The rows of the saved index, as a fresh load gives them: "ID:UID".
-  std::vector<std::string> SavedRows() {
-    SORTEDSTOREINDEXTYPE loaded;
-    LoadIndexForClass(&loaded, nullptr, folder_, 0, "", "", false, true, LoadFull, 0, false, false,
-                      true, false);
-    std::vector<std::string> rows;
-    for (const auto& [uid, row] : loaded.by_uid()) {
-      rows.push_back(std::string(row->IdView()) + ":" + std::to_string(row->Uid()));
-    }
-    return rows;
-  }
+  std::vector<std::string> SavedRows() { return SavedRowsIn(folder_); }
   static std::string Text(SORTEDSTOREINDEXTYPE& index, const char* id, const char* name) {
     auto found = index.by_id().find(std::string_view(id));
     return found == index.by_id().end() ? "<none>" : found->second->GetText(name);
@@ -362,6 +370,60 @@ TEST_F(FolderRescanTest, ARebuildKeepsWhatTheIndexKnewAndSetsABadIndexAside) {
   EXPECT_THAT(SavedRows(), ElementsAre("2.MAI:1", "3.MAI:2"));
   EXPECT_THAT(ReadFile(Path("_index.xml")), Not(HasSubstr("\\ANSWERED")));
   EXPECT_TRUE(ScanFolders(folder_));
+}
+
+// Every file call of a scan fails once in turn. The index must still load
+// in full; unless it came out as intended, the folder must stay marked as
+// changed (the index writer may have got part of the way); and a clean scan
+// afterwards must lose nothing and reuse no UID.
+TEST(RescanFaultTest, EachFailingFileCallLeavesTheFolderMarkedOrAsIntended) {
+  ScopedRegistry registry(RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor",
+                                    {Dword("Use XML Stream Index Deserialisation", 1),
+                                     Dword("Use XML Stream Index Serialisation", 1)}}}));
+  ResetSettings();
+  qaaisp::testing::FaultInjectionEnv env;
+  ScopedDefaultEnv scoped(&env);
+  const std::string flagged = "a.MAI:1:\\SEEN \\FLAGGED";
+  const std::vector<std::string> intended = {flagged, "c.MAI:3:\\RECENT"};
+  for (int fail_at = 1;; ++fail_at) {
+    SCOPED_TRACE("failing call " + std::to_string(fail_at));
+    TempDir dir;
+    const std::string folder = dir.path();
+    env.Reset();
+    WriteFile(folder + "/a.MAI", Message("a"));
+    WriteFile(folder + "/b.MAI", Message("b"));
+    SORTEDSTOREINDEXTYPE setup;
+    ASSERT_EQ(ScanFoldersOrdered(&setup, folder, platform::kNoSocket, 1, true), 1);
+    setup.by_id().at("a.MAI")->SetText("FLAGSTATUS", "\\SEEN \\FLAGGED", true);
+    SaveIndexFile(&setup, folder, 0);
+    ASSERT_THAT(SavedRowsIn(folder, true), ElementsAre(flagged, "b.MAI:2:\\RECENT"));
+    std::remove((folder + "/b.MAI").c_str());
+    WriteFile(folder + "/c.MAI", Message("c"));
+    WriteFile(folder + "/_CHANGE.DTY", "changed");
+
+    env.Reset();
+    env.FailAt(fail_at);
+    SORTEDSTOREINDEXTYPE index;
+    ScanFoldersOrdered(&index, folder, platform::kNoSocket, 1, true);
+    const bool failed = env.calls() >= fail_at;
+    env.Reset();
+
+    int32_t state = LoadFailed;
+    const std::vector<std::string> rows = SavedRowsIn(folder, true, &state);
+    EXPECT_EQ(state, LoadFull);
+    if (rows != intended) {
+      EXPECT_THAT(rows, ::testing::Contains(flagged));
+      EXPECT_TRUE(Exists(folder + "/_CHANGE.DTY"));
+    }
+    EXPECT_FALSE(Exists(folder + "/_index.blk"));
+    SORTEDSTOREINDEXTYPE clean;
+    ASSERT_EQ(ScanFoldersOrdered(&clean, folder, platform::kNoSocket, 1, true), 1);
+    const std::vector<std::string> after = SavedRowsIn(folder, true);
+    ASSERT_EQ(after.size(), 2u);
+    EXPECT_EQ(after[0], flagged);
+    EXPECT_THAT(after[1], ::testing::MatchesRegex("c\\.MAI:[3-9]:\\\\RECENT"));
+    if (!failed) break;
+  }
 }
 
 }  // namespace
