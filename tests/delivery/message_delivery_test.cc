@@ -118,6 +118,32 @@ TEST_F(MessageDeliveryTest, AThousandMessagesOneByOne) {
   EXPECT_FALSE(Exists(Inbox() + "/_index.blk"));
 }
 
+TEST_F(MessageDeliveryTest, AnOpenIndexInsertsFilledRows) {
+  WriteFile(Inbox() + "/1.MAI", Message(1, 100));
+  WriteFile(Inbox() + "/2.MAI", "Subject: read\r\nX-Read: 1\r\nX-Priority: 2\r\n\r\nx\r\n");
+  ASSERT_EQ(Direct_StoreIndex_InsertItem("po", "box", "Inbox", "1.MAI"), 1);
+  StoreIndex* index = StoreIndex_New();
+  ASSERT_NE(index, nullptr);
+  ASSERT_EQ(StoreIndex_SetNames(index, "po", "box", "Inbox", 0), 1);
+  ASSERT_EQ(StoreIndex_SetPaths(index), 1);
+  ASSERT_GE(StoreIndex_Open(index, 1), 1);
+  EXPECT_EQ(StoreIndex_InsertItem(index, "2.MAI", 0), 1);
+  EXPECT_EQ(StoreIndex_InsertItem(index, "2.MAI", 0), 0);  // its ID is taken
+  EXPECT_EQ(StoreIndex_InsertItem(index, "absent.MAI", 0), 0);
+  EXPECT_EQ(StoreIndex_Save(index), 1);
+  StoreIndex_Release(index);
+  StoreIndex_Delete(index);
+
+  const auto rows = Rows(Inbox());
+  ASSERT_EQ(rows.size(), 2u);
+  const auto& row = rows.at("2.MAI");
+  EXPECT_EQ(row.at("UID"), "2");
+  EXPECT_EQ(row.at("SUBJECT"), "read");
+  EXPECT_EQ(row.at("FROM"), "Unknown");
+  EXPECT_EQ(row.at("IMPORTANCE"), "2");
+  EXPECT_EQ(row.at("FLAGSTATUS"), "\\SEEN \\RECENT");
+}
+
 TEST_F(MessageDeliveryTest, FlagListsApplyPerFileAndNullFlagsLetTheFileSpeak) {
   WriteFile(Inbox() + "/a.MAI", "Subject: a\r\nX-QATempFlags: \\Deleted\r\n\r\nx\r\n");
   WriteFile(Inbox() + "/b.MAI", "Subject: b\r\n\r\nx\r\n");
