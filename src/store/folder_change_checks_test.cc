@@ -33,20 +33,5 @@ TEST(FolderChangeChecksTest, InjectionFilesAreAllConsumedAndTheHighestWins) {
   EXPECT_EQ(ConsumeInjectionFiles(env, box.Sub("missing")), 0);
 }
 
-TEST(FolderChangeChecksTest, ChangeFlagOrMissingIndexMakesAFolderDirty) {
-  TempDir folder;
-  platform::Env* env = platform::Env::Default();
-  WriteFile(folder.Sub("_index.xml"), "<BASEELEMENT/>");
-  EXPECT_FALSE(FolderNeedsScan(env, folder.path()));
-
-  WriteFile(folder.Sub("_CHANGE.DTY"), "x");
-  EXPECT_TRUE(FolderNeedsScan(env, folder.path()));
-  EXPECT_FALSE(Exists(folder.Sub("_CHANGE.DTY")));  // consumed by the test
-  EXPECT_FALSE(FolderNeedsScan(env, folder.path()));
-
-  std::remove(folder.Sub("_index.xml").c_str());
-  EXPECT_TRUE(FolderNeedsScan(env, folder.path()));
-}
-
 }  // namespace
 }  // namespace qaaisp

@@ -8,6 +8,7 @@
 #include "base/store_files.h"
 #include "index/store_paths.h"
 #include "platform/path_case.h"
+#include "platform/win32_error.h"
 
 namespace qaaisp {
 namespace {
@@ -61,7 +62,12 @@ bool AdjustSizeFile(platform::Env* env, const std::string& path, int64_t delta) 
   options.share = platform::ShareMode::kShareNone;
   std::unique_ptr<platform::File> file = env->OpenFile(path, options);
   if (!file) {
-    env->RemoveFile(path);
+    // A missing file has nothing to delete; any other failure may leave a
+    // stale figure behind, which goes.
+    uint32_t error = platform::LastError();
+    if (error != platform::kErrorFileNotFound && error != platform::kErrorPathNotFound) {
+      env->RemoveFile(path);
+    }
     return false;
   }
   char buffer[kSizeFileReadLimit];
