@@ -1,11 +1,11 @@
 // The rebuild of a message folder's index from its files, as the export
 // runs it, and the registration that lets persistence rebuild message
 // folders through the re-scan.
+#include <memory>
 #include <mutex>
 
 #include "base/store_files.h"
 #include "index/store_index.h"
-#include "locks/block_file.h"
 #include "message/folder_rescan.h"
 #include "persist/index_serialiser.h"
 #include "persist/unindexed_index_serialiser.h"
@@ -46,9 +46,8 @@ bool ScanFolders(const std::string& folder_name) {
   StoreIndex index;
   index.table.owner = &index;
   index.item_class = 0;
-  const std::string block = folder + "/" + files::kIndexBlk;
-  BlockHandle handle = nullptr;
-  if (!WaitForAccessToIndexFileEx(block, 1, &handle)) return false;
+  ScopedIndexAccess access(folder + "/" + files::kIndexBlk, 1);
+  if (!access.held()) return false;
 
   index.folder_path = folder;
   index.table.folder_path = folder;
@@ -66,7 +65,6 @@ bool ScanFolders(const std::string& folder_name) {
   const bool loaded =
       loader->Deserialise(&index.table, request, /*delete_change_file=*/true) >= LoadFull;
   if (loaded) SaveIndexFile(&index.table, folder, /*item_class=*/0);
-  UnBlockIndexFileAccessEx(block, 1, &handle);
   return loaded;
 }
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "base/setting_names.h"
@@ -159,6 +160,19 @@ Row* MakeMessageRow(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
 
 }  // namespace
 
+ScopedIndexAccess::ScopedIndexAccess(std::string block_path, int block_mode)
+    : block_path_(std::move(block_path)), block_mode_(block_mode) {
+  if (block_mode_ == kBlockModeHeld) {
+    held_ = true;
+    return;
+  }
+  taken_ = held_ = WaitForAccessToIndexFileEx(block_path_, block_mode_, &handle_) != 0;
+}
+
+ScopedIndexAccess::~ScopedIndexAccess() {
+  if (taken_) UnBlockIndexFileAccessEx(block_path_, block_mode_, &handle_);
+}
+
 uint32_t MaximumIndexRowsSetting() { return g_maximum_rows.Get(); }
 void ResetRescanSettingsForTesting() { g_maximum_rows.Reset(); }
 
@@ -173,12 +187,8 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
                        platform::SocketHandle socket, int block_mode, bool report_failures) {
   if (folder.empty()) return 0;
   const uint32_t maximum_rows = MaximumIndexRowsSetting();
-  const std::string block = InFolder(folder, files::kIndexBlk);
-  BlockHandle block_handle = nullptr;
-  if (block_mode != kBlockModeHeld &&
-      !WaitForAccessToIndexFileEx(block, block_mode, &block_handle)) {
-    return 1;
-  }
+  ScopedIndexAccess access(InFolder(folder, files::kIndexBlk), block_mode);
+  if (!access.held()) return 1;
   const uint32_t branding = UidBrandingSetting();
   // The stamp only matters to branded files.
   const uint32_t stamp = branding ? GetFolderStamp(folder) : 0;
@@ -252,7 +262,6 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   }
   heartbeat.Restore();
   if (!index_existed) StampNow(InFolder(folder, files::kIndexXml));
-  if (block_mode != kBlockModeHeld) UnBlockIndexFileAccessEx(block, block_mode, &block_handle);
   return result;
 }
 

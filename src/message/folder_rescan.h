@@ -52,6 +52,27 @@ bool ScanFolders(const std::string& folder);
 uint32_t MaximumIndexRowsSetting();
 void ResetRescanSettingsForTesting();
 
+// The folder's index access for a scope: the block file is waited for
+// with block_mode (and not touched at all with kBlockModeHeld) and given
+// back however the scope ends.
+class ScopedIndexAccess {
+ public:
+  ScopedIndexAccess(std::string block_path, int block_mode);
+  ~ScopedIndexAccess();
+  ScopedIndexAccess(const ScopedIndexAccess&) = delete;
+  ScopedIndexAccess& operator=(const ScopedIndexAccess&) = delete;
+
+  // Whether the scope may work on the folder's index.
+  bool held() const { return held_; }
+
+ private:
+  std::string block_path_;
+  int block_mode_;
+  void* handle_ = nullptr;
+  bool held_ = false;
+  bool taken_ = false;
+};
+
 // The status file of a folder is kept by a layer above this one, which
 // registers how to write it; until then the scan writes none.
 using FolderStatusWriter = void (*)(const std::string& folder, const FolderDetails& details);

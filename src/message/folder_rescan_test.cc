@@ -200,36 +200,28 @@ TEST_F(FolderRescanTest, FilesChangedBehindTheIndexAreReconciled) {
   EXPECT_EQ(status_calls_.back().details.Flagged, 1);
 }
 
-TEST_F(FolderRescanTest, AnUnreadableFileMakesNoRowAndStopsNothing) {
-  Put("1.MAI", Message("one"));
-  Put("2.MAI", Message("two"));
-  Put("3.MAI", Message("three"));
-  env_.FailOpening("2.MAI");
-  SORTEDSTOREINDEXTYPE index;
-  EXPECT_EQ(Scan(&index), 1);
-  EXPECT_THAT(SavedRows(), ElementsAre("1.MAI:1", "3.MAI:2"));
-  // A new index file is dated now, in the caller's clock.
-  platform::FileInfo info;
-  ASSERT_TRUE(env_.Stat(Path("_index.xml"), &info));
-  EXPECT_EQ(info.write_time, env_.NowFileTime());
-}
-
-TEST_F(FolderRescanTest, TheEntryResultsAndTheBlockFile) {
-  SORTEDSTOREINDEXTYPE index;
-  EXPECT_EQ(ScanFoldersOrdered(&index, "", platform::kNoSocket, 1, true), 0);
+TEST_F(FolderRescanTest, UnreadableFilesHeldAccessAndAnEmptiedFolder) {
   // No block file can be had in a folder that is not there: nothing is done.
+  SORTEDSTOREINDEXTYPE index;
   EXPECT_EQ(ScanFoldersOrdered(&index, Path("missing"), platform::kNoSocket, 1, true), 1);
   EXPECT_FALSE(Exists(Path("missing")));
 
-  // With the access held by the caller, its block file is left alone.
-  Put("_index.blk", "");
+  // An unreadable file makes no row and stops nothing; the caller's block
+  // file is left alone; a new index file is dated now by the caller's clock.
   Put("1.MAI", Message("one"));
+  Put("2.MAI", Message("two"));
+  Put("3.MAI", Message("three"));
+  Put("_index.blk", "");
+  env_.FailOpening("2.MAI");
   EXPECT_EQ(ScanFoldersOrdered(&index, folder_, platform::kNoSocket, kBlockModeHeld, true), 1);
+  EXPECT_THAT(SavedRows(), ElementsAre("1.MAI:1", "3.MAI:2"));
   EXPECT_TRUE(Exists(Path("_index.blk")));
-  EXPECT_THAT(SavedRows(), ElementsAre("1.MAI:1"));
+  platform::FileInfo info;
+  ASSERT_TRUE(env_.Stat(Path("_index.xml"), &info));
+  EXPECT_EQ(info.write_time, env_.NowFileTime());
 
   // A folder emptied of messages keeps an index with no rows.
-  std::remove(Path("1.MAI").c_str());
+  for (const char* name : {"1.MAI", "2.MAI", "3.MAI"}) std::remove(Path(name).c_str());
   EXPECT_EQ(ScanFoldersOrdered(&index, folder_, platform::kNoSocket, kBlockModeHeld, true), 1);
   EXPECT_THAT(SavedRows(), ElementsAre());
   EXPECT_THAT(ReadFile(Path("_index.xml")), HasSubstr("<BASEELEMENT"));
