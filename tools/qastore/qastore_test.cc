@@ -174,6 +174,13 @@ TEST_F(QastoreTest, RebuildListDeliverFlagVerifyAndDump) {
   EXPECT_NE(flags.find("\\Flagged"), std::string::npos) << flags;
   EXPECT_NE(flags.find("\\Seen"), std::string::npos) << flags;
 
+  // A server's open loads once, then keeps the rows while the file stands.
+  ToolRun open = Tool({"open", "-p", "example.com", "-m", "anna", "--times", "3", "-f", "json"});
+  ASSERT_EQ(open.exit_code, 0) << open.err;
+  EXPECT_EQ(open.json()[0]["result"], "loaded");
+  EXPECT_EQ(open.json()[2]["result"], "cached");
+  EXPECT_EQ(open.json()[2]["rows"].get<size_t>(), listed.size() + 1);
+
   // Consistent again; the flag lives only in the index and is reported so.
   ToolRun verify = Tool({"verify", "-p", "example.com", "-m", "anna", "-f", "json"});
   EXPECT_EQ(verify.exit_code, 0) << verify.out;

@@ -82,7 +82,7 @@ EffectiveSetting ReadEffective(const SettingEntry& entry) {
 std::string ShortKey(const char* key) {
   const std::string_view product = kProductKey;
   const std::string_view k = key;
-  if (k == product) return "";
+  if (k == product) return "(main)";
   if (k.size() > product.size() + 1 && k.substr(0, product.size()) == product) {
     return std::string(k.substr(product.size() + 1));
   }

@@ -28,7 +28,7 @@ struct EffectiveSetting {
 // The value in force: the settings file's, or the default.
 EffectiveSetting ReadEffective(const SettingEntry& entry);
 
-// The key below the product key ("" for the product key itself), or the
+// The key below the product key ("(main)" for the product key itself), or the
 // whole key when it lies elsewhere.
 std::string ShortKey(const char* key);
 

@@ -1,9 +1,11 @@
 // status and size: what a folder's index and side files say about it, and
 // mailbox sizes as recorded beside what the files add up to.
+#include <chrono>
 #include <memory>
 
 #include "base/store_files.h"
 #include "index/store_paths.h"
+#include "qaaisp/qaaisp.h"
 #include "qastore/commands.h"
 #include "qastore/folder_snapshot.h"
 #include "qastore/store_walk.h"
@@ -14,6 +16,8 @@ namespace {
 
 struct StatusOptions {
   Place place;
+  int opens = 2;
+  bool dry_run = false;
 };
 
 // A size file's number (kilobytes) and age in seconds; null when there is
@@ -151,6 +155,51 @@ int RunSize(const ToolContext& context, const StatusOptions& options) {
   return kExitOk;
 }
 
+// Opens a folder's index through the exports as a server does, several
+// times in one process: the first open loads the file, and later ones keep
+// the rows in memory for as long as the file is unchanged.
+int RunOpen(const ToolContext& context, const StatusOptions& options) {
+  const Place& place = options.place;
+  const std::string path = FolderDirectory(place);
+  if (!platform::DirectoryExists(context.env, path)) {
+    ReportError("no folder " + path);
+    return kExitError;
+  }
+  Result result;
+  if (options.dry_run) {
+    // An open re-scans a folder marked as changed or without an index.
+    const bool scan = platform::FileExists(context.env, path + "/" + files::kChangeFlag) ||
+                      !platform::FileExists(context.env, path + "/" + files::kIndexXml);
+    result.records.push_back(
+        Json{{"open", 1}, {"result", scan ? "would re-scan, then load" : "would load"}});
+    context.Print(result);
+    return kExitOk;
+  }
+  StoreIndex* index = StoreIndex_New();
+  StoreIndex_Init(index);
+  StoreIndex_SetNames(index, place.postoffice.c_str(), place.mailbox.c_str(), place.folder.c_str(),
+                      kClassMessage);
+  StoreIndex_SetPaths(index);
+  bool failed = false;
+  for (int i = 1; i <= options.opens; ++i) {
+    const auto started = std::chrono::steady_clock::now();
+    const int opened = StoreIndex_Open(index, 1);
+    const auto elapsed = std::chrono::steady_clock::now() - started;
+    failed = failed || opened == 0;
+    result.records.push_back(
+        Json{{"open", i},
+             {"result", opened == 2   ? "cached"
+                        : opened == 1 ? "loaded"
+                                      : "failed"},
+             {"rows", StoreIndex_GetRowCount(index)},
+             {"us", std::chrono::duration_cast<std::chrono::microseconds>(elapsed).count()}});
+  }
+  StoreIndex_Release(index);
+  StoreIndex_Delete(index);
+  context.Print(result);
+  return failed ? kExitError : kExitOk;
+}
+
 }  // namespace
 
 void AddStatusCommands(CLI::App* app, ToolContext* context) {
@@ -160,6 +209,21 @@ void AddStatusCommands(CLI::App* app, ToolContext* context) {
   AddPlaceOptions(status, &status_options->place, true, true);
   status->callback([context, status_options] {
     context->run = [context, status_options] { return RunStatus(*context, *status_options); };
+  });
+
+  auto open_options = std::make_shared<StatusOptions>();
+  CLI::App* open = app->add_subcommand(
+      "open",
+      "Open a folder's index as a server does, several times in one process, and time each "
+      "open: the first loads (re-scanning a folder marked as changed), later ones use the "
+      "cached rows while the index file is unchanged");
+  AddPlaceOptions(open, &open_options->place, true, true);
+  open->add_option("--times", open_options->opens, "Opens in a row")
+      ->check(CLI::Range(1, 1000))
+      ->capture_default_str();
+  open->add_flag("--dry-run", open_options->dry_run, "Tell what the first open would do");
+  open->callback([context, open_options] {
+    context->run = [context, open_options] { return RunOpen(*context, *open_options); };
   });
 
   auto size_options = std::make_shared<StatusOptions>();
