@@ -43,7 +43,7 @@ std::string RowElement(int n, std::mt19937* rng) {
   auto pick = [&](std::initializer_list<const char*> options) {
     return std::string(options.begin()[(*rng)() % options.size()]);
   };
-  char id[40], date[24], msgid[64];
+  char id[64], date[64], msgid[96];
   std::snprintf(id, sizeof id, "2024%04d%06d-%05d.MAI", n % 1231 + 101, n % 235959, n);
   std::snprintf(date, sizeof date, "2024-%02d-%02dT%02d:%02d:%02d", n % 12 + 1, n % 28 + 1, n % 24,
                 n % 60, (n * 7) % 60);

@@ -4,6 +4,9 @@
 #pragma once
 
 #include <string>
+#include <utility>
+
+#include "base/failure_guard.h"
 
 namespace qaaisp {
 
@@ -24,12 +27,6 @@ struct StreamState {
 // file (<state>). Function: ..., Module Line: <line>". A good stream does
 // nothing, and the stream is not repaired here.
 void ReportStreamState(const StreamState& state, int line, const std::string& extra);
-
-}  // namespace qaaisp
-
-#include "base/failure_guard.h"
-
-namespace qaaisp {
 
 // Runs body inside the failure guard named function; a failure is reported
 // there and gives fallback here instead of leaving the call.

@@ -429,6 +429,50 @@ TEST_F(SerialiserTest, RestoreAndQuarantineMoveTheFiles) {
   EXPECT_EQ(env_.sleep_count(), 0);
 }
 
+// A member whose hooks fail as asked.
+class FailingSerialiser : public StoreIndexSerialiser {
+ public:
+  int SerialiseHook(SORTEDSTOREINDEXTYPE*, const std::string&, int32_t) override {
+    throw Exception("disk on fire", "here", 7);
+  }
+  int32_t DeserialiseHook(SORTEDSTOREINDEXTYPE*, const LoadRequest&) override {
+    if (throw_on_load) throw Exception("bad row", "there", 9);
+    return LoadFull;
+  }
+  void BackupSerialisation(const std::string&) override { throw 1; }
+  bool RequiresFullLoad() const override { return false; }
+  bool SupportsBackup() const override { return true; }
+  bool SupportsFieldFilter() const override { return false; }
+  bool throw_on_load = true;
+};
+
+TEST_F(SerialiserTest, FailuresInHooksAreGuardedAndNeverLeaveTheCall) {
+  FailingSerialiser member;
+  StoreIndex index;
+  index.table.FieldFilter = "ID,SIZE";
+  LoadRequest request;
+  request.folder = folder_;
+  request.quiet = true;
+  EXPECT_EQ(member.Deserialise(&index.table, request, false), LoadFailed);
+  EXPECT_EQ(index.table.LoadState, LoadFailed);
+  EXPECT_TRUE(index.table.FieldFilter.empty());  // no field filter for this member
+  ASSERT_FALSE(env_.events().empty());
+  EXPECT_THAT(env_.events().back().first,
+              HasSubstr("StoreIndexSerialiser::Deserialise handled an exception; session will be "
+                        "dropped.\nThe exception was: bad row\n"));
+  EXPECT_EQ(member.Serialise(&index.table, folder_, 0), 0);
+  EXPECT_THAT(env_.events().back().first,
+              HasSubstr("StoreIndexSerialiser::Serialise handled an exception"));
+
+  // A backup that fails is told on standard output and the load stands.
+  UseSettings({kBackupOn});
+  member.throw_on_load = false;
+  request.quiet = false;
+  ::testing::internal::CaptureStdout();
+  EXPECT_EQ(member.Deserialise(&index.table, request, false), LoadFull);
+  EXPECT_EQ(::testing::internal::GetCapturedStdout(), "Exception occurred when backing up\n");
+}
+
 TEST(BackupAgeTest, MinutesCountByCalendarFields) {
   EXPECT_EQ(persist::ElapsedMinutesByCalendarFields(370 * kTicksPerMinute), 370u);
   EXPECT_EQ(persist::ElapsedMinutesByCalendarFields(371 * kTicksPerMinute - 1), 370u);
