@@ -1,10 +1,12 @@
-// The folder re-scan over generated message folders of 1,000, 10,000 and
-// 50,000 files: a rebuild from nothing, and a re-scan of a folder whose
-// index is up to date (with a fresh load of the index, and with the rows
-// still held from the last scan, as an open index keeps them). Beside each
-// stands the time to read, or to stat, the same files with plain calls; the
-// counters "x_read" and "x_stat" give the ratio to those. One run each:
-// every rebuild must start from nothing, and the figures are seconds long.
+// The folder re-scan over folders of 1,000, 10,000 and 50,000 messages
+// from the sample store generator (plain, alternative, with attachments,
+// invitations, list mail, forwards, legacy 8-bit): a rebuild from nothing,
+// and a re-scan of a folder whose index is up to date (with a fresh load of
+// the index, and with the rows still held from the last scan, as an open
+// index keeps them). Beside each stands the time to read, or to stat, the
+// same files with plain calls; the counters "x_read" and "x_stat" give the
+// ratio to those. One run each: every rebuild must start from nothing, and
+// the figures are seconds long.
 //
 // The stream reader and writer are chosen through a registry file of the
 // benchmark's own. The folders go to a fresh directory under $TMPDIR (or
@@ -22,106 +24,18 @@
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <random>
 #include <string>
 
-#include "base/base64.h"
 #include "index/store_index.h"
 #include "message/folder_rescan.h"
 #include "qaaisp/qaaisp.h"
 #include "store/rescan_wiring.h"
+#include "storegen/message_generator.h"
+#include "storegen/store_generator.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-// Messages as a mail server stores them: a Received chain, encoded words,
-// folded addresses; plain, alternative, and mixed with an attachment.
-class MessageMaker {
- public:
-  explicit MessageMaker(uint32_t seed) : random_(seed) {}
-
-  std::string Next(int serial) {
-    std::string m;
-    for (uint32_t hop = 0, hops = 2 + Below(3); hop < hops; ++hop) {
-      m += "Received: from mx" + std::to_string(Below(90)) +
-           ".example.net (mx.example.net [192.0.2." + std::to_string(Below(250)) +
-           "])\r\n\tby mail.example.org with ESMTPS id " + std::to_string(random_()) +
-           "\r\n\tfor <ann@example.org>; Tue, 14 Nov 2023 1" + std::to_string(Below(10)) + ":" +
-           std::to_string(10 + Below(50)) + ":0" + std::to_string(Below(10)) + " +0000\r\n";
-    }
-    m += "From: " +
-         std::string(Below(3) == 0 ? "=?UTF-8?Q?J=C3=BCrgen_M=C3=BCller?=" : "Ann Example") +
-         " <sender" + std::to_string(Below(5000)) + "@example.net>\r\n";
-    m += "To: team@example.org,\r\n =?ISO-8859-1?Q?=C9lodie?= <elodie@example.org>\r\n";
-    if (Below(4) == 0) m += "Cc: board@example.org\r\n";
-    m += "Subject: " +
-         std::string(Below(3) == 0 ? "=?UTF-8?Q?R=C3=A9sum=C3=A9?= =?UTF-8?Q?_of_the_week?="
-                                   : "Figures for the week") +
-         " " + std::to_string(serial) + "\r\n";
-    m += "Date: Tue, 14 Nov 2023 10:" + std::to_string(10 + Below(50)) + ":33 +0100\r\n";
-    m += "Message-ID: <" + std::to_string(random_()) + "." + std::to_string(serial) +
-         "@mail.example.net>\r\nMIME-Version: 1.0\r\n";
-    if (Below(5) == 0) m += "List-Unsubscribe: <mailto:leave@lists.example.net>\r\n";
-    const std::string boundary =
-        "----=_Part_" + std::to_string(serial) + "_" + std::to_string(random_());
-    const size_t text = 1024 + Below(6 * 1024);
-    switch (Below(20)) {
-      case 0:
-      case 1:
-      case 2: {  // text with an attachment
-        m += "Content-Type: multipart/mixed; boundary=\"" + boundary + "\"\r\n\r\n";
-        m += "--" + boundary + "\r\nContent-Type: text/plain; charset=utf-8\r\n\r\n";
-        Lines(text / 2, &m);
-        m += "\r\n--" + boundary +
-             "\r\nContent-Type: application/pdf; name=\"report.pdf\"\r\n"
-             "Content-Disposition: attachment; filename=\"report.pdf\"\r\n"
-             "Content-Transfer-Encoding: base64\r\n\r\n";
-        std::string binary(4096 + Below(16 * 1024), '\0');
-        for (char& c : binary) c = static_cast<char>(random_());
-        const std::string encoded = qaaisp::Base64EncodeToString(binary);
-        for (size_t at = 0; at < encoded.size(); at += 76) {
-          m.append(encoded, at, 76).append("\r\n");
-        }
-        m += "--" + boundary + "--\r\n";
-        return m;
-      }
-      case 3:
-      case 4:
-      case 5:
-      case 6:
-      case 7: {  // text and HTML
-        m += "Content-Type: multipart/alternative; boundary=\"" + boundary + "\"\r\n\r\n";
-        m += "--" + boundary +
-             "\r\nContent-Type: text/plain; charset=utf-8\r\n"
-             "Content-Transfer-Encoding: quoted-printable\r\n\r\n";
-        Lines(text / 2, &m);
-        m += "\r\n--" + boundary + "\r\nContent-Type: text/html; charset=utf-8\r\n\r\n<html><body>";
-        Lines(text / 2, &m);
-        m += "</body></html>\r\n--" + boundary + "--\r\n";
-        return m;
-      }
-      default:
-        m += "Content-Type: text/plain; charset=utf-8\r\n\r\n";
-        Lines(text, &m);
-        return m;
-    }
-  }
-
- private:
-  uint32_t Below(uint32_t n) { return static_cast<uint32_t>(random_() % n); }
-  void Lines(size_t bytes, std::string* m) {
-    static const char* const kWords[] = {"the",     "figures", "week",   "report", "meeting",
-                                         "budget",  "plan",    "review", "café",   "numbers",
-                                         "quarter", "team",    "draft",  "agenda", "notes"};
-    const size_t end = m->size() + bytes;
-    while (m->size() < end) {
-      for (int w = 0; w < 11; ++w) m->append(kWords[Below(15)]).append(" ");
-      m->append("\r\n");
-    }
-  }
-  std::mt19937 random_;
-};
 
 bool KeepFolders() {
   const char* kept = std::getenv("QAAISP_BENCH_DIR");
@@ -167,11 +81,11 @@ const std::string& FolderOf(int64_t count) {
   const std::string done = BenchRoot() + "/Folder" + std::to_string(count) + ".done";
   if (fs::exists(done)) return folders.emplace(count, folder).first->second;
   fs::create_directories(folder);
-  MessageMaker maker(static_cast<uint32_t>(count));
+  const uint32_t seed = static_cast<uint32_t>(count);
+  qaaisp::storegen::MessageGenerator generator(seed);
   for (int64_t i = 0; i < count; ++i) {
-    char name[16];
-    std::snprintf(name, sizeof name, "%08X.MAI", static_cast<unsigned>(0x5A000000u + i * 7919));
-    const std::string text = maker.Next(static_cast<int>(i));
+    const std::string name = qaaisp::storegen::MessageFileName(seed, static_cast<uint32_t>(i + 1));
+    const std::string text = generator.Next().text;
     FILE* file = std::fopen((folder + "/" + name).c_str(), "wb");
     if (!file || std::fwrite(text.data(), 1, text.size(), file) != text.size()) std::abort();
     std::fclose(file);
