@@ -9,7 +9,6 @@
 #include "base/encoded_words.h"
 #include "message/message_index.h"
 #include "message/message_leaf_scan.h"
-#include "message/message_settings.h"
 #include "mime/header_fields.h"
 #include "mime/message_reader.h"
 #include "mime/mime_header.h"

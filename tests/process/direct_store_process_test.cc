@@ -36,7 +36,9 @@ std::vector<std::string> HelperEnvironment(const std::string& registry) {
     }
     env.push_back(entry);
   }
-  env.push_back("QAAISP_SLEEP_SCALE=0.001");
+  // Waits for the block file stay short, but long enough for a loaded
+  // machine: a delivery now parses its message while it holds the block.
+  env.push_back("QAAISP_SLEEP_SCALE=0.01");
   env.push_back("QAAISP_REGISTRY=" + registry);
   return env;
 }
