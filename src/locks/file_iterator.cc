@@ -19,9 +19,9 @@ bool Wanted(const platform::DirEntry& e, uint32_t filter) {
 
 }  // namespace
 
-FileIterator::FileIterator(const std::string& spec, uint32_t filter, bool with_info) {
+FileIterator::FileIterator(const std::string& pattern_path, uint32_t filter, bool with_info) {
   platform::Env* env = platform::Env::Default();
-  std::string native = platform::ToNativeSeparators(spec);
+  std::string native = platform::ToNativeSeparators(pattern_path);
   size_t slash = native.find_last_of('/');
   std::string dir = slash == std::string::npos ? "." : native.substr(0, slash == 0 ? 1 : slash);
   std::string pattern = slash == std::string::npos ? native : native.substr(slash + 1);

@@ -17,11 +17,11 @@ class FileIterator {
   // What the walk yields.
   enum Filter : uint32_t { kFiles = 1, kDirectories = 2, kFilesAndDirectories = 3 };
 
-  // spec is a directory and a pattern as its last component ("/a/b/*.MAI",
+  // pattern_path is a directory and a pattern as its last component ("/a/b/*.MAI",
   // "\" accepted for "/"). The directory is matched to an existing one
   // without regard to case. With with_info each entry has its size and
   // times, at the price of a stat per entry.
-  explicit FileIterator(const std::string& spec, uint32_t filter = kFilesAndDirectories,
+  explicit FileIterator(const std::string& pattern_path, uint32_t filter = kFilesAndDirectories,
                         bool with_info = false);
 
   // True if the directory could be listed (even when nothing matched).
