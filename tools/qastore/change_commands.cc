@@ -4,11 +4,13 @@
 #include <memory>
 #include <set>
 
+#include "base/store_files.h"
 #include "index/store_paths.h"
 #include "platform/path_case.h"
 #include "platform/win32_error.h"
 #include "qaaisp/qaaisp.h"
 #include "qastore/commands.h"
+#include "qastore/folder_rescan.h"
 #include "qastore/folder_snapshot.h"
 #include "store/flag_update.h"
 
@@ -73,6 +75,20 @@ int RunDeliver(const ToolContext& context, const ChangeOptions& options) {
       return kExitError;
     }
   }
+  // A folder without an index, or one marked as changed, is re-scanned
+  // first: a delivery's own load would re-scan it and take in the new file
+  // before the delivery itself could.
+  if (!options.dry_run &&
+      (!platform::FileExists(context.env, folder_path + "/" + files::kIndexXml) ||
+       platform::FileExists(context.env, folder_path + "/" + files::kChangeFlag))) {
+    const RepairOutcome scan =
+        RepairFolder({place.postoffice, place.mailbox, place.folder, folder_path, kClassMessage},
+                     RepairKind::kRescan);
+    if (!scan.ok) {
+      ReportError("cannot index " + folder_path + ": " + scan.error);
+      return kExitError;
+    }
+  }
   Result result;
   size_t ok = 0;
   size_t failed = 0;
@@ -90,21 +106,27 @@ int RunDeliver(const ToolContext& context, const ChangeOptions& options) {
       r["result"] = "failed";
       r["detail"] =
           "cannot write into the folder (error " + std::to_string(platform::LastError()) + ")";
-    } else if (Direct_StoreIndex_InsertItemEx(
-                   place.postoffice.c_str(), place.mailbox.c_str(), place.folder.c_str(),
-                   name.c_str(), options.flags.empty() ? nullptr : options.flags.c_str()) != 1) {
-      // A copy that the index refused would only show up as an unindexed
-      // file: it goes again.
-      context.env->RemoveFile(folder_path + "/" + name);
-      r["result"] = "failed";
-      r["detail"] = "the index refused it (unreadable, or a duplicate)";
     } else {
+      const int inserted = Direct_StoreIndex_InsertItemEx(
+          place.postoffice.c_str(), place.mailbox.c_str(), place.folder.c_str(), name.c_str(),
+          options.flags.empty() ? nullptr : options.flags.c_str());
+      // The row is what counts: a re-scan by another process may have taken
+      // the file in first, and then the insert itself finds its ID taken.
       IndexSnapshot index;
       ReadIndexSnapshot(context.env, folder_path, kClassMessage, &index);
       auto row = index.table->by_id().find(name);
-      r["result"] = "delivered";
-      r["id"] = name;
-      r["uid"] = row == index.table->by_id().end() ? Json(nullptr) : Json(row->second->Uid());
+      if (row != index.table->by_id().end()) {
+        r["result"] = "delivered";
+        r["id"] = name;
+        r["uid"] = row->second->Uid();
+      } else {
+        // A copy that the index refused would only show up as an unindexed
+        // file: it goes again.
+        context.env->RemoveFile(folder_path + "/" + name);
+        r["result"] = "failed";
+        r["detail"] = inserted == 1 ? "the row is not in the saved index"
+                                    : "the index refused it (unreadable, or a duplicate)";
+      }
     }
     (r["result"] == "failed" ? failed : ok) += 1;
     result.records.push_back(std::move(r));

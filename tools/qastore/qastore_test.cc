@@ -262,6 +262,16 @@ TEST_F(QastoreTest, VerifyFindsAFileRemovedBehindTheIndexAndDryRunsWriteNothing)
   EXPECT_EQ(removed.exit_code, 4) << "one of two failed";
   EXPECT_FALSE(Exists(Inbox() + "/" + ids[0]));
   EXPECT_EQ(InboxIds().size(), ids.size() - 2);
+
+  // A new folder has no index to deliver into: it gets one first.
+  EXPECT_EQ(Tool({"deliver", "-p", "example.com", "-m", "ben", "-F", "Fresh/Folder",
+                  Inbox() + "/" + ids[2]})
+                .exit_code,
+            3);
+  ToolRun fresh = Tool({"deliver", "-p", "example.com", "-m", "ben", "-F", "Fresh/Folder",
+                        "--create", "-f", "json", Inbox() + "/" + ids[2]});
+  ASSERT_EQ(fresh.exit_code, 0) << fresh.out << fresh.err;
+  EXPECT_EQ(fresh.json()[0]["uid"], 1);
 }
 
 TEST_F(QastoreTest, RebuildFromFilesKeepsUidsRisingAndOnlyTheFilesFlags) {

@@ -44,7 +44,9 @@ bool StartLibrary(const ToolContext& context) {
     s.mail_root = context.root;
     s.table_root = context.root;
   }
-  if (s.mail_root.empty() || s.mail_root == "/POSTOFFICES") {
+  // With nothing configured the library's own rule gives "\POSTOFFICES"
+  // at the top of the file system, which is never a store.
+  if (s.mail_root.empty() || s.mail_root == "/POSTOFFICES" || s.mail_root == "\\POSTOFFICES") {
     ReportError(
         "no mail root: give --root, or name one in the settings file that QAAISP_REGISTRY "
         "points to");
