@@ -142,6 +142,16 @@ def reference_for(exe, name, runs):
     return None, "", "no peer or floor in this benchmark"
 
 
+def cmake_value(cache_path, name):
+    if not cache_path or not os.path.exists(cache_path):
+        return ""
+    with open(cache_path) as f:
+        for line in f:
+            if line.startswith(name + ":"):
+                return line.split("=", 1)[1].strip()
+    return ""
+
+
 def machine(context, cache_path):
     cpu = ""
     try:
@@ -159,18 +169,13 @@ def machine(context, cache_path):
             memory = f"{kb / (1 << 20):.1f} GiB memory"
     except (OSError, ValueError, IndexError):
         pass
-    compiler = ""
-    if cache_path and os.path.exists(cache_path):
-        with open(cache_path) as f:
-            for line in f:
-                if line.startswith("CMAKE_CXX_COMPILER:"):
-                    compiler = line.split("=", 1)[1].strip()
-        if compiler:
-            try:
-                compiler = subprocess.run([compiler, "--version"], capture_output=True,
-                                          text=True).stdout.splitlines()[0]
-            except (OSError, IndexError):
-                pass
+    compiler = cmake_value(cache_path, "CMAKE_CXX_COMPILER")
+    if compiler:
+        try:
+            compiler = subprocess.run([compiler, "--version"], capture_output=True,
+                                      text=True).stdout.splitlines()[0]
+        except (OSError, IndexError):
+            pass
     cpus = context.get("num_cpus", os.cpu_count())
     mhz = context.get("mhz_per_cpu", "")
     parts = [f"{cpu or platform.processor()}", f"{cpus} CPUs" + (f" at {mhz} MHz" if mhz else ""),
@@ -201,8 +206,13 @@ def main():
            "(Release build).", "",
            f"- Date: {context.get('date', 'unknown')}",
            f"- Machine: {machine(context, cache)}",
-           f"- Library build: {context.get('library_build_type', 'unknown')} Google Benchmark"
-           + (f"; source {commit}" if commit else ""), "",
+           f"- Build: {cmake_value(cache, 'CMAKE_BUILD_TYPE') or 'unknown'}"
+           + (f", source {commit}" if commit else "")
+           + f" (the Google Benchmark library itself reports a "
+           f"{context.get('library_build_type', 'unknown')} build)",
+           f"- Load average when the run began: "
+           f"{', '.join(f'{x:.2f}' for x in context.get('load_avg', [])) or 'unknown'}; "
+           f"CPU frequency scaling {'on' if context.get('cpu_scaling_enabled') else 'off'}", "",
            "Each figure is set against a reference from the same run: its **peer** (another "
            "implementation doing the same job), the **floor** (the same data read, copied or "
            "stat'ed with plain calls, which no implementation can beat), or a **baseline** of "

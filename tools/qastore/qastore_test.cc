@@ -302,9 +302,23 @@ TEST_F(QastoreTest, LocksReportsAndRemovesOnlyStaleBlockFiles) {
   const timespec old_times[2] = {{0, UTIME_OMIT}, {::time(nullptr) - 3600, 0}};
   ASSERT_EQ(::utimensat(AT_FDCWD, stale.c_str(), old_times, 0), 0);
 
+  // An old block file that a holder keeps open is in use, whatever its age.
+  const std::string held = root_.Sub("example.com/MAILROOT/anna/Projects/_index.blk");
+  WriteFile(held, "");
+  ASSERT_EQ(::utimensat(AT_FDCWD, held.c_str(), old_times, 0), 0);
+  platform::OpenOptions exclusive;
+  exclusive.share = platform::ShareMode::kShareNone;
+  std::unique_ptr<platform::File> holder = platform::Env::Default()->OpenFile(held, exclusive);
+  ASSERT_TRUE(holder);
+
   ToolRun listed = Tool({"locks", "-p", "example.com", "-f", "json"});
   EXPECT_EQ(listed.exit_code, 1) << "a stale block file is a finding";
-  ASSERT_EQ(listed.json().size(), 2u);
+  ASSERT_EQ(listed.json().size(), 3u);
+  for (const Json& lock : listed.json()) {
+    const bool is_held =
+        lock["block_file"].get<std::string>().find("Projects") != std::string::npos;
+    EXPECT_EQ(lock["open"], is_held);
+  }
   EXPECT_EQ(Tool({"locks", "-p", "example.com", "--remove-stale", "--dry-run"}).exit_code, 1);
   EXPECT_TRUE(Exists(stale));
 
@@ -312,6 +326,7 @@ TEST_F(QastoreTest, LocksReportsAndRemovesOnlyStaleBlockFiles) {
   EXPECT_EQ(removed.exit_code, 0) << removed.out;
   EXPECT_FALSE(Exists(stale));
   EXPECT_TRUE(Exists(fresh)) << "a young block file may have a live holder";
+  EXPECT_TRUE(Exists(held));
 }
 
 TEST_F(QastoreTest, FormatsUsageAndHelp) {
