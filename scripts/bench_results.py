@@ -110,15 +110,30 @@ def counters(b):
     for k, v in b.items():
         if k in skip or not isinstance(v, (int, float)):
             continue
-        shown.append(f"{k} {v:,.3g}" if isinstance(v, float) else f"{k} {v:,}")
+        shown.append(f"{k} {number(v)}")
     return ", ".join(shown)
 
 
+def number(v):
+    if isinstance(v, int) or (abs(v) < 1e15 and v == int(v)):
+        return f"{int(v):,}"
+    return f"{v:,.3g}"
+
+
+def bytes_per_run(b):
+    """Bytes one iteration handles. Google Benchmark's byte rate is per CPU
+    second; the CPU time of one iteration brings it back to a count."""
+    return b.get("bytes_per_second", 0) * b["cpu_time"] * NS.get(b.get("time_unit", "ns"), 1.0) / 1e9
+
+
 def ratio(b, ref):
-    """How many times the reference's cost the figure takes (below 1: cheaper)."""
-    if "bytes_per_second" in b and "bytes_per_second" in ref and b["bytes_per_second"] > 0:
-        return ref["bytes_per_second"] / b["bytes_per_second"]
-    return time_ns(b) / time_ns(ref)
+    """How many times the reference's wall-clock cost the figure takes, per
+    byte where both count bytes (below 1: cheaper)."""
+    figure, reference = time_ns(b), time_ns(ref)
+    if bytes_per_run(b) > 0 and bytes_per_run(ref) > 0:
+        figure /= bytes_per_run(b)
+        reference /= bytes_per_run(ref)
+    return figure / reference
 
 
 def reference_for(exe, name, runs):
@@ -216,8 +231,10 @@ def main():
            "Each figure is set against a reference from the same run: its **peer** (another "
            "implementation doing the same job), the **floor** (the same data read, copied or "
            "stat'ed with plain calls, which no implementation can beat), or a **baseline** of "
-           "its own family. *Ratio* is the figure's cost in units of the reference's (per byte "
-           "where both count bytes, else per run): below 1 is faster than the reference.", ""]
+           "its own family. *Ratio* is the figure's wall-clock time in units of the reference's "
+           "(per byte where both count bytes, else per run): below 1 is faster than the "
+           "reference. *Rate* is Google Benchmark's own, per CPU second. The machine is shared, "
+           "so the load average above says how quiet it was.", ""]
     for exe, _, runs in loaded:
         out += [f"## {exe}", ""]
         if not runs:
@@ -230,12 +247,13 @@ def main():
                 out.append(f"| `{name}` | error: {b.get('error_message', '')} | | | | |")
                 continue
             ref, kind, what = reference_for(exe, name, runs)
-            shown_ratio = f"{ratio(b, ref):.2f}" if ref and not ref.get("error_occurred") else "—"
+            shown_ratio = (f"{ratio(b, ref):.3g}" if ref and not ref.get("error_occurred")
+                           else "—")
             noted = IN_COUNTER.get((exe, name.split("/")[0]))
             if noted and noted[2] in b and b[noted[2]]:
                 kind, what = noted[0], noted[1]
                 value = b[noted[2]]
-                shown_ratio = f"{1 / value if noted[3] else value:.2f}"
+                shown_ratio = f"{1 / value if noted[3] else value:.3g}"
             label = f"{kind}: {what}" if kind else what
             out.append(f"| `{name}` | {human_time(time_ns(b))} | {human_rate(b)} | {counters(b)} "
                        f"| {label} | {shown_ratio} |")

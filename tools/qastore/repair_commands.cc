@@ -193,8 +193,8 @@ void AddRepairCommands(CLI::App* app, ToolContext* context) {
   CLI::App* verify = app->add_subcommand(
       "verify",
       "Compare indexes with their files, read-only: rows without files, files without rows, "
-      "changed files, stale status files, and the flags a rebuild from the files would lose. "
-      "Exit 1 when anything differs");
+      "changed files, malformed indexes and stale status files, which give exit 1; and the "
+      "flags a rebuild from the files alone would lose, which are listed but do not count");
   AddPlaceOptions(verify, &options->place, false, false);
   verify->add_flag("--skip-flags", options->skip_flags,
                    "Do not read message files to find flags only the index keeps");

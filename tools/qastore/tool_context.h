@@ -23,7 +23,8 @@ enum ExitCode : int {
 
 // The text of qastore --help that lists them.
 inline constexpr const char* kExitCodeHelp =
-    "Exit codes: 0 ok, 1 findings (verify found differences), 2 usage, 3 error, "
+    "Exit codes: 0 ok, 1 findings (verify found differences, locks left stale block files), "
+    "2 usage, 3 error, "
     "4 partial failure (some folders or items failed).\n"
     "The mail root comes from --root, or from the settings file named by QAAISP_REGISTRY "
     "(\"Mail Root Directory\", \"Mail Root\" or \"Data Directory\").";
