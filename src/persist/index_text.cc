@@ -56,9 +56,9 @@ int64_t ParseLong(std::string_view text, int base, bool is_unsigned) {
 // (each starts with "&", ends with ";" and holds neither inside), and a
 // decoded byte is never read again, so this is the same as replacing all of
 // each in turn, in that order.
-void DecodeEntities(std::string* text) {
+void DecodeEntities(std::string* text, size_t first_amp) {
   std::string& s = *text;
-  size_t r = s.find('&');
+  size_t r = first_amp;
   if (r == std::string::npos) return;
   size_t w = r;
   const size_t n = s.size();
@@ -105,16 +105,17 @@ int32_t ParseSignedDecimal(std::string_view text) {
 }
 
 void UnescapeIndexText(std::string* text) {
-  if (text->find('&') == std::string::npos) return;
+  const size_t first_amp = text->find('&');
+  if (first_amp == std::string::npos) return;
   // Numeric references. The original search restarts from the start of the
   // text after each replacement, so a decoded byte can start or finish a new
   // reference ("&#38;#65;" gives "A"). Done in one pass: the decoded byte is
   // put back into the input and read again, and the output never holds an
   // undecoded "&#".
   std::string& s = *text;
-  size_t r = s.find("&#");
+  size_t r = s.find("&#", first_amp);
   if (r == std::string::npos) {
-    DecodeEntities(text);
+    DecodeEntities(text, first_amp);
     return;
   }
   size_t w = r;
@@ -140,7 +141,7 @@ void UnescapeIndexText(std::string* text) {
     w += n - r;
   }
   s.resize(w);
-  DecodeEntities(text);
+  DecodeEntities(text, s.find('&'));
 }
 
 bool IsTombstoneValue(std::string_view value) {

@@ -4,6 +4,10 @@
 #include <cstring>
 #include <memory>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "persist/index_text.h"
 
 namespace qaaisp::persist {
@@ -23,6 +27,34 @@ bool StartsWith(std::string_view s, std::string_view prefix) {
   // Most tags are properties: the first byte settles them without a call.
   return s.size() >= prefix.size() && s[0] == prefix[0] &&
          std::memcmp(s.data(), prefix.data(), prefix.size()) == 0;
+}
+
+// Tags and values are short: scanning 16 bytes at a time in place finds
+// most delimiters before a library call would have paid for itself. Never
+// reads at or past e.
+inline const char* ScanFor(const char* p, const char* e, char c) {
+#if defined(__SSE2__)
+  const __m128i needle = _mm_set1_epi8(c);
+  while (e - p >= 16) {
+    __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    int mask = _mm_movemask_epi8(_mm_cmpeq_epi8(block, needle));
+    if (mask != 0) return p + __builtin_ctz(static_cast<unsigned>(mask));
+    p += 16;
+  }
+  for (; p < e; ++p) {
+    if (*p == c) return p;
+  }
+  return nullptr;
+#else
+  if (p >= e) return nullptr;
+  return static_cast<const char*>(std::memchr(p, c, static_cast<size_t>(e - p)));
+#endif
+}
+
+size_t FindByte(std::string_view s, char c, size_t from) {
+  if (from >= s.size()) return std::string_view::npos;
+  const char* hit = ScanFor(s.data() + from, s.data() + s.size(), c);
+  return hit ? static_cast<size_t>(hit - s.data()) : std::string_view::npos;
 }
 
 bool EqualsNoCaseAscii(std::string_view a, std::string_view b) {
@@ -60,9 +92,11 @@ class ByteWindow {
     for (;;) {
       uint64_t stop = std::min(end(), limit);
       if (from < stop) {
-        const void* hit = std::memchr(At(from), c, static_cast<size_t>(stop - from));
+        const char* p = At(from);
+        const char* e = At(stop);
+        const char* hit = ScanFor(p, e, c);
         if (hit) {
-          *at = from + static_cast<uint64_t>(static_cast<const char*>(hit) - At(from));
+          *at = from + static_cast<uint64_t>(hit - p);
           return kFound;
         }
       }
@@ -297,15 +331,15 @@ void Pass::HandleRowStart(std::string_view tag, uint64_t tag_offset) {
   bool left = false;
   size_t cursor = 0;
   for (;;) {
-    size_t space = tag.find(' ', cursor);
+    size_t space = FindByte(tag, ' ', cursor);
     if (space == std::string_view::npos) break;
-    size_t equals = tag.find('=', space + 1);
+    size_t equals = FindByte(tag, '=', space + 1);
     if (equals == std::string_view::npos) break;
     std::string_view name = tag.substr(space + 1, std::min(equals - space - 1, kMaxAttributeName));
-    size_t open = tag.find('"', equals + 1);
+    size_t open = FindByte(tag, '"', equals + 1);
     // The closing quote is looked for from one byte behind the opening one,
     // so an empty value takes everything up to the next quote.
-    size_t close = open == std::string_view::npos ? open : tag.find('"', open + 2);
+    size_t close = open == std::string_view::npos ? open : FindByte(tag, '"', open + 2);
     if (close == std::string_view::npos) {
       Fault("Unable to parse ID attribute, Tag=[" + std::string(tag) + "]");
       break;
@@ -393,7 +427,7 @@ void Pass::HandleProperty(std::string_view tag, std::string_view name, bool is_e
     }
     open_property_.clear();
     if (building_ && (!field_filtered_ || options_.field_filter->count(name) > 0)) {
-      if (std::memchr(text.data(), '&', text.size()) == nullptr) {
+      if (ScanFor(text.data(), text.data() + text.size(), '&') == nullptr) {
         target_->SetRowProperty(name, text);  // nothing to unescape
       } else {
         value_scratch_.assign(text);
