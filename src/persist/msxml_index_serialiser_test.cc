@@ -223,9 +223,5 @@ TEST_F(DocumentSerialiserTest, ASaveThatCannotWriteIsReportedWithItsNumber) {
       << env_.events().back().first;
 }
 
-TEST(DocumentTextTest, CleaningKeepsAsciiOnly) {
-  EXPECT_EQ(CleanDocumentText("a\tb\nc\rd\x01\x1f\x7f\x80\xff"), "a\tb\nc\rd  \x7f  ");
-}
-
 }  // namespace
 }  // namespace qaaisp

@@ -149,15 +149,6 @@ TEST(StreamIndexReaderTest, ReadsRowsWithPlacesIndexesAndUnescapedText) {
   EXPECT_EQ(second.seq, 2u);
 }
 
-TEST(StreamIndexReaderTest, EveryMalformedIndexMessage) {
-  for (const testing::MalformedCase& c : testing::MalformedCases()) {
-    FakeTarget t;
-    StreamPassOutcome out = Pass(c.xml, &t);
-    EXPECT_EQ(out.result, StreamPassResult::kMalformed) << c.xml;
-    EXPECT_EQ(out.fault, c.fault) << c.xml;
-  }
-}
-
 TEST(StreamIndexReaderTest, OnlyTheFirstFaultIsKeptAndRowsBeforeItStand) {
   std::string xml = Header(9) + RowXml("a", 1) + "<X>1</X>" + RowXml("b", 2);  // no root end
   FakeTarget t;
@@ -403,19 +394,6 @@ TEST(StreamIndexReaderTest, TruncatedAndBitFlippedFilesNeverReadOutOfBounds) {
     }
     run_all(copy);
   }
-}
-
-TEST(StreamIndexReaderTest, HeaderProbe) {
-  HeaderProbe p = ProbeIndexHeader(Header(42) + "<ELEMENT");
-  EXPECT_EQ(p.kind, HeaderProbe::kHeaderOnly);
-  EXPECT_EQ(p.last_uid, 42u);
-  EXPECT_EQ(ProbeIndexHeader("<BASEELEMENT LASTUID=\"x0000002a\"/>").kind, HeaderProbe::kEmpty);
-  EXPECT_EQ(ProbeIndexHeader(Header(42)).kind, HeaderProbe::kTooShort);
-  p = ProbeIndexHeader("<BASEELEMENT LASTUID=\"42\"><ELEMENT ID=\"a\"");
-  EXPECT_EQ(p.kind, HeaderProbe::kNoHeader);
-  EXPECT_TRUE(p.has_last_uid);
-  EXPECT_EQ(p.last_uid, 42u);
-  EXPECT_EQ(ProbeIndexHeader(std::string(2000, ' ') + Header(1)).kind, HeaderProbe::kNoHeader);
 }
 
 TEST(IndexTextTest, UnescapeReferencesAndEntities) {
