@@ -92,6 +92,20 @@ std::string_view FlagStatusText(MessageHeaderInfo* info) {
   return info->Flags;
 }
 
+// The run of properties that a first indexing and a re-indexing set in the
+// same order.
+void WriteHeaderSummary(RowWriter& w, const MessageKeys& k, MessageHeaderInfo* info) {
+  w.FlagStatus(FlagStatusText(info));
+  w.Integer(k.attachments, info->Attachments);
+  w.Text(k.from, info->From);
+  w.Text(k.to, info->To);
+  w.Text(k.cc, info->Cc);
+  w.Text(k.subject, info->Subject);
+  w.Text(k.received, info->Received);
+  w.Integer(k.read, info->Read);
+  w.Integer(k.state, 0);
+}
+
 }  // namespace
 
 void SetMessageProperties(IndexItem* row, MessageHeaderInfo* info, bool keys_only) {
@@ -104,15 +118,7 @@ void SetMessageProperties(IndexItem* row, MessageHeaderInfo* info, bool keys_onl
   w.Text(k.message_date, info->MessageDate);
   w.Integer(k.modified_date, info->ModifiedDate);
   w.Integer(k.importance, info->Importance);
-  w.FlagStatus(FlagStatusText(info));
-  w.Integer(k.attachments, info->Attachments);
-  w.Text(k.from, info->From);
-  w.Text(k.to, info->To);
-  w.Text(k.cc, info->Cc);
-  w.Text(k.subject, info->Subject);
-  w.Text(k.received, info->Received);
-  w.Integer(k.read, info->Read);
-  w.Integer(k.state, 0);
+  WriteHeaderSummary(w, k, info);
   w.Text(k.message_class, info->Class);
   w.Text(k.categories, info->Keywords);
   w.TextIfAny(k.attributes, info->Attributes);
@@ -128,15 +134,7 @@ void UpdateMessageProperties(IndexItem* row, MessageHeaderInfo* info) {
   w.Integer(k.modified_date, info->ModifiedDate);
   w.Text(k.message_date, info->MessageDate);
   w.Integer(k.importance, info->Importance);
-  w.FlagStatus(FlagStatusText(info));
-  w.Integer(k.attachments, info->Attachments);
-  w.Text(k.from, info->From);
-  w.Text(k.to, info->To);
-  w.Text(k.cc, info->Cc);
-  w.Text(k.subject, info->Subject);
-  w.Text(k.received, info->Received);
-  w.Integer(k.read, info->Read);
-  w.Integer(k.state, 0);
+  WriteHeaderSummary(w, k, info);
   w.Integer(k.size, info->Size);
   w.Text(k.message_class, info->Class);
   w.TextIfAny(k.thread, info->Thread);
