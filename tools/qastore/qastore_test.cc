@@ -95,15 +95,15 @@ ToolRun Qastore(const std::vector<std::string>& args) {
 class QastoreTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    storegen::StoreSpec spec;
-    spec.root = root_.path();
-    spec.postoffice = "example.com";
-    spec.mailboxes = {"anna", "ben"};
-    spec.messages = 80;
-    spec.seed = 7;
+    storegen::StorePlan plan;
+    plan.root = root_.path();
+    plan.postoffice = "example.com";
+    plan.mailboxes = {"anna", "ben"};
+    plan.messages = 80;
+    plan.seed = 7;
     storegen::StoreReport report;
     std::string error;
-    ASSERT_TRUE(storegen::GenerateStore(platform::Env::Default(), spec, &report, &error)) << error;
+    ASSERT_TRUE(storegen::GenerateStore(platform::Env::Default(), plan, &report, &error)) << error;
     messages_ = report.messages;
   }
 

@@ -37,10 +37,10 @@ bool WriteFileBytes(platform::Env* env, const std::string& path, std::string_vie
   return file && file->WriteAt(0, bytes.data(), bytes.size());
 }
 
-bool GenerateStore(platform::Env* env, const StoreSpec& spec, StoreReport* report,
+bool GenerateStore(platform::Env* env, const StorePlan& plan, StoreReport* report,
                    std::string* error) {
   *report = StoreReport{};
-  if (spec.mailboxes.empty()) {
+  if (plan.mailboxes.empty()) {
     *error = "no mailboxes to generate";
     return false;
   }
@@ -48,25 +48,25 @@ bool GenerateStore(platform::Env* env, const StoreSpec& spec, StoreReport* repor
   // postoffice does: shares of 3, 2, 1, 1, ... parts.
   std::vector<uint32_t> parts;
   uint32_t total_parts = 0;
-  for (size_t i = 0; i < spec.mailboxes.size(); ++i) {
+  for (size_t i = 0; i < plan.mailboxes.size(); ++i) {
     parts.push_back(i == 0 ? 3 : i == 1 ? 2 : 1);
     total_parts += parts.back();
   }
-  MessageGenerator generator(spec.seed);
-  generator.set_latest_date(spec.latest_date);
-  const std::string postoffice = spec.root + "/" + spec.postoffice;
+  MessageGenerator generator(plan.seed);
+  generator.set_latest_date(plan.latest_date);
+  const std::string postoffice = plan.root + "/" + plan.postoffice;
   uint32_t serial = 0;
-  uint32_t left = spec.messages;
-  for (size_t b = 0; b < spec.mailboxes.size(); ++b) {
+  uint32_t left = plan.messages;
+  for (size_t b = 0; b < plan.mailboxes.size(); ++b) {
     const uint32_t box_messages =
-        b + 1 == spec.mailboxes.size()
+        b + 1 == plan.mailboxes.size()
             ? left
-            : static_cast<uint32_t>(uint64_t{spec.messages} * parts[b] / total_parts);
+            : static_cast<uint32_t>(uint64_t{plan.messages} * parts[b] / total_parts);
     left -= box_messages;
     uint32_t box_left = box_messages;
     for (size_t f = 0; f < sizeof kFolderShares / sizeof kFolderShares[0]; ++f) {
       GeneratedFolder folder;
-      folder.mailbox = spec.mailboxes[b];
+      folder.mailbox = plan.mailboxes[b];
       folder.folder = kFolderShares[f].name;
       folder.path = postoffice + "/MAILROOT/" + folder.mailbox + "/" + folder.folder;
       folder.messages = f + 1 == sizeof kFolderShares / sizeof kFolderShares[0]
@@ -80,7 +80,7 @@ bool GenerateStore(platform::Env* env, const StoreSpec& spec, StoreReport* repor
       }
       for (uint32_t i = 0; i < folder.messages; ++i) {
         GeneratedMessage message = generator.Next();
-        const std::string path = folder.path + "/" + MessageFileName(spec.seed, ++serial);
+        const std::string path = folder.path + "/" + MessageFileName(plan.seed, ++serial);
         if (!WriteFileBytes(env, path, message.text)) {
           *error =
               "cannot write " + path + " (error " + std::to_string(platform::LastError()) + ")";

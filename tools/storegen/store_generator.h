@@ -12,7 +12,7 @@
 
 namespace qaaisp::storegen {
 
-struct StoreSpec {
+struct StorePlan {
   std::string root;  // the mail root; made if missing
   std::string postoffice = "example.com";
   std::vector<std::string> mailboxes = {"anna", "ben", "chen"};
@@ -50,9 +50,9 @@ extern const FolderShare kFolderShares[5];
 std::string MessageFileName(uint32_t seed, uint32_t serial);
 
 // Writes the store. Message files that are already there are overwritten,
-// so a second run with the same spec gives the same bytes. False with
+// so a second run with the same plan gives the same bytes. False with
 // *error set when a directory or file cannot be written.
-bool GenerateStore(platform::Env* env, const StoreSpec& spec, StoreReport* report,
+bool GenerateStore(platform::Env* env, const StorePlan& plan, StoreReport* report,
                    std::string* error);
 
 // Makes a directory and any missing parents.

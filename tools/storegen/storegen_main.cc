@@ -33,16 +33,16 @@ bool KindByName(const std::string& name, MessageKind* kind) {
 
 int main(int argc, char** argv) {
   CLI::App app{"Writes a sample mail store of generated messages, deterministic by seed."};
-  qaaisp::storegen::StoreSpec spec;
+  qaaisp::storegen::StorePlan plan;
   std::string message_path;
   std::string kind_name;
-  app.add_option("--root", spec.root, "Mail root to write the postoffice under");
-  app.add_option("--postoffice", spec.postoffice, "Postoffice name")->capture_default_str();
-  app.add_option("--mailboxes", spec.mailboxes, "Mailbox names")
+  app.add_option("--root", plan.root, "Mail root to write the postoffice under");
+  app.add_option("--postoffice", plan.postoffice, "Postoffice name")->capture_default_str();
+  app.add_option("--mailboxes", plan.mailboxes, "Mailbox names")
       ->delimiter(',')
       ->capture_default_str();
-  app.add_option("--messages", spec.messages, "Messages over all mailboxes")->capture_default_str();
-  app.add_option("--seed", spec.seed, "Seed; the same seed gives the same store")
+  app.add_option("--messages", plan.messages, "Messages over all mailboxes")->capture_default_str();
+  app.add_option("--seed", plan.seed, "Seed; the same seed gives the same store")
       ->capture_default_str();
   app.add_option("--message", message_path, "Write one generated message to this file instead");
   app.add_option("--kind", kind_name,
@@ -52,7 +52,7 @@ int main(int argc, char** argv) {
 
   qaaisp::platform::Env* env = qaaisp::platform::Env::Default();
   if (!message_path.empty()) {
-    qaaisp::storegen::MessageGenerator generator(spec.seed);
+    qaaisp::storegen::MessageGenerator generator(plan.seed);
     qaaisp::storegen::MessageKind kind = MessageKind::kPlain;
     if (!kind_name.empty() && !KindByName(kind_name, &kind)) {
       std::fprintf(stderr, "storegen: unknown kind \"%s\"\n", kind_name.c_str());
@@ -65,14 +65,14 @@ int main(int argc, char** argv) {
     }
     return 0;
   }
-  if (spec.root.empty()) {
+  if (plan.root.empty()) {
     std::fprintf(stderr, "storegen: --root or --message is required\n");
     return 2;
   }
   qaaisp::storegen::StoreReport report;
   std::string error;
-  if (!qaaisp::storegen::MakeDirectories(env, spec.root) ||
-      !qaaisp::storegen::GenerateStore(env, spec, &report, &error)) {
+  if (!qaaisp::storegen::MakeDirectories(env, plan.root) ||
+      !qaaisp::storegen::GenerateStore(env, plan, &report, &error)) {
     std::fprintf(stderr, "storegen: %s\n", error.empty() ? "cannot make the root" : error.c_str());
     return 3;
   }
@@ -80,7 +80,7 @@ int main(int argc, char** argv) {
       "Generated %u messages (%.1f MB, %u with attachments, %u calendar messages) in %zu "
       "folders of %zu mailboxes under %s/%s\n",
       report.messages, static_cast<double>(report.bytes) / (1024.0 * 1024.0),
-      report.with_attachments, report.invitations, report.folders.size(), spec.mailboxes.size(),
-      spec.root.c_str(), spec.postoffice.c_str());
+      report.with_attachments, report.invitations, report.folders.size(), plan.mailboxes.size(),
+      plan.root.c_str(), plan.postoffice.c_str());
   return 0;
 }

@@ -45,12 +45,12 @@ std::map<std::string, std::string> StoreFiles(const std::string& root) {
   return files;
 }
 
-StoreSpec SmallStore(const std::string& root, uint32_t seed) {
-  StoreSpec spec;
-  spec.root = root;
-  spec.messages = 120;
-  spec.seed = seed;
-  return spec;
+StorePlan SmallStore(const std::string& root, uint32_t seed) {
+  StorePlan plan;
+  plan.root = root;
+  plan.messages = 120;
+  plan.seed = seed;
+  return plan;
 }
 
 TEST(StoreGeneratorTest, SameSeedSameStoreOtherSeedOtherMail) {
