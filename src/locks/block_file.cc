@@ -1,5 +1,6 @@
 #include "locks/block_file.h"
 
+#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -71,6 +72,14 @@ bool ContainsNoCase(std::string_view text, std::string_view part) {
   return false;
 }
 
+std::atomic<BrokenBlockRoutine> g_broken_block_routine{nullptr};
+thread_local bool t_last_wait_broke_block = false;
+
+void NoteBrokenBlock(const std::string& path) {
+  t_last_wait_broke_block = true;
+  if (BrokenBlockRoutine routine = g_broken_block_routine.load()) routine(path);
+}
+
 // Create-new, write access, no sharing.
 std::unique_ptr<platform::File> CreateBlockFile(Env* env, const std::string& path) {
   // A block path with no folder before its name was formed from an empty
@@ -95,6 +104,10 @@ void PrintLine(const char* text) {
 
 }  // namespace
 
+void SetBrokenBlockRoutine(BrokenBlockRoutine routine) { g_broken_block_routine.store(routine); }
+
+bool LastWaitBrokeBlock() { return t_last_wait_broke_block; }
+
 uint32_t IndexUnblockMode() { return UnblockModeSetting().Get(); }
 
 void ResetIndexUnblockModeForTesting() { UnblockModeSetting().Reset(); }
@@ -104,6 +117,7 @@ int WaitForAccessToIndexFileEx(const std::string& raw_path, int keep_handle, Blo
   Env* env = Env::Default();
   const std::string path = platform::ToNativeSeparators(raw_path);
   const bool detail = diagnostic_level >= kDetailLevel;
+  t_last_wait_broke_block = false;
 
   std::unique_ptr<platform::File> file = CreateBlockFile(env, path);
   if (file) {
@@ -139,6 +153,7 @@ int WaitForAccessToIndexFileEx(const std::string& raw_path, int keep_handle, Blo
       if (env->RemoveFile(path)) {
         PrintLine("deleted orphan\n");
         deleted_orphan = true;
+        NoteBrokenBlock(path);
       }
     }
     if (!deleted_orphan && attempts > kWaitPolls) break;
@@ -149,6 +164,7 @@ int WaitForAccessToIndexFileEx(const std::string& raw_path, int keep_handle, Blo
   if (!file) {
     // Nobody let go within the minute: break the lock, whoever holds it.
     if (!RemoveBlockFile(path)) return 0;
+    NoteBrokenBlock(path);
     file = CreateBlockFile(env, path);
     if (!file) return 0;
   }

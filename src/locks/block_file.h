@@ -37,6 +37,16 @@ int WaitForIndexFileReleased(const std::string& path);
 // Deletes a block file held without a handle.
 int RemoveBlockFile(const std::string& path);
 
+// A block file that a wait deletes by force had a holder that never let go,
+// perhaps a process that died half-way through a write. The layer that can
+// mark a folder as changed registers a routine that is given the path of
+// every such file; null registers none.
+using BrokenBlockRoutine = void (*)(const std::string& block_path);
+void SetBrokenBlockRoutine(BrokenBlockRoutine routine);
+// Whether the calling thread's last wait took its block file by deleting
+// somebody else's.
+bool LastWaitBrokeBlock();
+
 // "Index Unblock Mode", read at the first wait that needs it and kept.
 uint32_t IndexUnblockMode();
 // Forgets the kept value (tests).

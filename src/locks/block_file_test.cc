@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "base/setting_names.h"
 #include "platform/registry.h"
@@ -96,6 +97,26 @@ TEST_F(BlockFileTest, LockHeldWithoutHandleIsForcedAfterSixtyOnePolls) {
   EXPECT_EQ(env_.sleep_count(), 61);
   EXPECT_NE(handle, nullptr);
   UnBlockIndexFileAccessEx(blk_, 1, &handle);
+}
+
+std::vector<std::string> g_broken_blocks;
+void RecordBrokenBlock(const std::string& path) { g_broken_blocks.push_back(path); }
+
+TEST_F(BlockFileTest, ABlockTakenByForceIsReportedToTheRegisteredRoutine) {
+  g_broken_blocks.clear();
+  SetBrokenBlockRoutine(RecordBrokenBlock);
+  BlockHandle handle = nullptr;
+  ASSERT_EQ(WaitForAccessToIndexFileEx(blk_, 1, &handle), 1);
+  EXPECT_FALSE(LastWaitBrokeBlock());
+  UnBlockIndexFileAccessEx(blk_, 1, &handle);
+  EXPECT_TRUE(g_broken_blocks.empty());
+
+  WriteFile(blk_, "");  // left by a holder that is gone
+  ASSERT_EQ(WaitForAccessToIndexFileEx(blk_, 1, &handle), 1);
+  EXPECT_TRUE(LastWaitBrokeBlock());
+  EXPECT_EQ(g_broken_blocks, std::vector<std::string>{blk_});
+  UnBlockIndexFileAccessEx(blk_, 1, &handle);
+  SetBrokenBlockRoutine(nullptr);
 }
 
 TEST_F(BlockFileTest, FileGoneJustBeforeTheForcedDeleteStillFails) {

@@ -5,6 +5,7 @@
 
 #include "base/library_settings.h"
 #include "base/store_files.h"
+#include "locks/block_file.h"
 #include "platform/env.h"
 #include "platform/path_case.h"
 
@@ -87,6 +88,23 @@ std::string GetDirtyFolderPath(int scope, const std::string& postoffice, const s
       return Resolve(po_root + "/" + files::kMailRootDir + "/" + mailbox + "/" + folder);
   }
 }
+
+namespace {
+
+// An index block file broken by force may hide a write that never finished,
+// so the folder it guards is re-scanned at its next open.
+void MarkBrokenBlockFolder(const std::string& block_path) {
+  const size_t slash = block_path.find_last_of('/');
+  if (slash == std::string::npos) return;
+  const std::string_view name = std::string_view(block_path).substr(slash + 1);
+  if (name != files::kIndexBlk && name != files::kGroupsBlk) return;
+  SetDirtyPathNotification(block_path.substr(0, slash));
+}
+
+[[maybe_unused]] const bool kBrokenBlocksMarkFolders =
+    (SetBrokenBlockRoutine(MarkBrokenBlockFolder), true);
+
+}  // namespace
 
 bool SetDirtyFolderNotification(const std::string& postoffice, const std::string& mailbox,
                                 const std::string& folder) {

@@ -39,6 +39,9 @@ bool BlockAndScan(StoreIndex* index, bool needs_scan) {
   const std::string block = BlockFilePath(index->folder_path.str(), index->item_class);
   BlockHandle handle = nullptr;
   if (!WaitForAccessToIndexFileEx(block, 1, &handle)) return false;
+  // A block taken from a holder that never let go may cover a half-made
+  // change, so the folder is brought up to date now.
+  needs_scan = needs_scan || LastWaitBrokeBlock();
   bool scanned = false;
   {
     StoreIndexMutexLock lock(index);

@@ -122,6 +122,30 @@ TEST_F(StoreIndexOpenTest, ChangeFlagOrMissingIndexBringsTheDirtyScan) {
   EXPECT_EQ(g_scans.back(), QA_STOREINDEX_REINDEX);
 }
 
+// A writer that died holding the block file may have left a message
+// unindexed and no change flag: taking its block by force marks the folder
+// and has the open bring it up to date at once.
+TEST_F(StoreIndexOpenTest, ABlockLeftByADeadWriterBringsTheDirtyScan) {
+  std::string sent = Folder("Sent");
+  WriteFile(sent + "/1.MAI", "Subject: a\r\n\r\nbody");
+  auto index = OpenableIndex("Sent");
+  ASSERT_EQ(qaaisp::StoreIndex_Open(index.get(), kOpenFullCheck), 1);
+  ASSERT_EQ(g_scans.size(), 1u);
+
+  WriteFile(sent + "/2.MAI", "Subject: b\r\n\r\nbody");
+  WriteFile(sent + "/_index.blk", "");
+  auto other = OpenableIndex("Sent");
+  EXPECT_EQ(qaaisp::StoreIndex_Open(other.get(), kOpenFullCheck), 1);
+  EXPECT_EQ(g_scans.size(), 2u);
+  EXPECT_EQ(other->row_count, 2);
+  EXPECT_FALSE(Exists(sent + "/_index.blk"));
+  EXPECT_FALSE(Exists(sent + "/_CHANGE.DTY"));  // the scan has dealt with it
+
+  // A block that is merely free costs nothing more.
+  EXPECT_EQ(qaaisp::StoreIndex_Open(other.get(), kOpenFullCheck), 2);
+  EXPECT_EQ(g_scans.size(), 2u);
+}
+
 TEST_F(StoreIndexOpenTest, SomeClassesSkipTheDirtyTest) {
   // Contacts and groups together never test the change flag.
   std::string both = Folder("People");
