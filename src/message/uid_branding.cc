@@ -75,11 +75,11 @@ std::unique_ptr<platform::File> OpenWorkFile(platform::Env* env, const std::stri
   return env->OpenFile(path, options);
 }
 
-// The work file takes the message's place. Should the delete fail (a reader
-// holds the message), the move fails too and the work file stays.
+// The work file takes the message's place in one rename, so that a process
+// killed at any moment leaves the message under its own name, old or new.
+// Should the rename fail, the work file stays.
 void ReplaceMessage(platform::Env* env, const MessagePaths& paths) {
-  env->RemoveFile(paths.message);
-  env->RenamePath(paths.work, paths.message, /*replace=*/false);
+  env->RenamePath(paths.work, paths.message, /*replace=*/true);
 }
 
 void CopyRest(mime::LineSource* lines, WorkFileWriter* writer) {
@@ -123,7 +123,8 @@ void BrandMessageUID(const std::string& folder, const std::string& file, uint32_
     // done so, and callers rely on the file being gone afterwards.
     Print(kCannotOpenForWriting);
     input.reset();
-    ReplaceMessage(env, paths);
+    env->RemoveFile(paths.message);
+    env->RenamePath(paths.work, paths.message, /*replace=*/false);
     return;
   }
   const std::string uid_line = UidLine(stamp, uid);
