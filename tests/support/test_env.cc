@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -123,6 +124,10 @@ bool FaultInjectionEnv::Tick(const std::string& what, bool* short_write) {
   return true;
 }
 
+void FaultInjectionEnv::AfterCall() {
+  if (kill_after_ > 0 && calls_.load() == kill_after_) ::kill(::getpid(), SIGKILL);
+}
+
 namespace {
 
 class FaultFile : public platform::File {
@@ -140,11 +145,15 @@ class FaultFile : public platform::File {
       platform::SetLastErrorCode(platform::kErrorDiskFull);
       return false;
     }
-    return inner_->WriteAt(offset, data, n);
+    bool ok = inner_->WriteAt(offset, data, n);
+    env_->AfterCall();
+    return ok;
   }
   bool Truncate(uint64_t size) override {
     if (env_->Tick("truncate:" + inner_->path())) return false;
-    return inner_->Truncate(size);
+    bool ok = inner_->Truncate(size);
+    env_->AfterCall();
+    return ok;
   }
   bool Sync() override { return inner_->Sync(); }
   int64_t Size() override { return inner_->Size(); }
@@ -152,7 +161,9 @@ class FaultFile : public platform::File {
   bool SetTimes(const platform::FileTime* c, const platform::FileTime* a,
                 const platform::FileTime* w) override {
     if (env_->Tick("settimes:" + inner_->path())) return false;
-    return inner_->SetTimes(c, a, w);
+    bool ok = inner_->SetTimes(c, a, w);
+    env_->AfterCall();
+    return ok;
   }
   const std::string& path() const override { return inner_->path(); }
 
@@ -165,37 +176,47 @@ class FaultFile : public platform::File {
 
 std::unique_ptr<platform::File> FaultInjectionEnv::OpenFile(const std::string& path,
                                                             const platform::OpenOptions& o) {
-  if (o.write || o.disposition != platform::OpenDisposition::kOpenExisting) {
-    if (Tick("open:" + path)) return nullptr;
-  }
+  const bool counted = o.write || o.disposition != platform::OpenDisposition::kOpenExisting;
+  if (counted && Tick("open:" + path)) return nullptr;
   auto f = FakeClockEnv::OpenFile(path, o);
+  if (counted) AfterCall();
   if (!f) return nullptr;
   return std::make_unique<FaultFile>(std::move(f), this);
 }
 
 bool FaultInjectionEnv::RemoveFile(const std::string& path) {
   if (Tick("remove:" + path)) return false;
-  return FakeClockEnv::RemoveFile(path);
+  bool ok = FakeClockEnv::RemoveFile(path);
+  AfterCall();
+  return ok;
 }
 
 bool FaultInjectionEnv::RenamePath(const std::string& from, const std::string& to, bool replace) {
   if (Tick("rename:" + from + ">" + to)) return false;
-  return FakeClockEnv::RenamePath(from, to, replace);
+  bool ok = FakeClockEnv::RenamePath(from, to, replace);
+  AfterCall();
+  return ok;
 }
 
 bool FaultInjectionEnv::CopyFileTo(const std::string& from, const std::string& to, bool f) {
   if (Tick("copy:" + from + ">" + to)) return false;
-  return FakeClockEnv::CopyFileTo(from, to, f);
+  bool ok = FakeClockEnv::CopyFileTo(from, to, f);
+  AfterCall();
+  return ok;
 }
 
 bool FaultInjectionEnv::MakeDirectory(const std::string& path) {
   if (Tick("mkdir:" + path)) return false;
-  return FakeClockEnv::MakeDirectory(path);
+  bool ok = FakeClockEnv::MakeDirectory(path);
+  AfterCall();
+  return ok;
 }
 
 bool FaultInjectionEnv::RemoveDirectory(const std::string& path) {
   if (Tick("rmdir:" + path)) return false;
-  return FakeClockEnv::RemoveDirectory(path);
+  bool ok = FakeClockEnv::RemoveDirectory(path);
+  AfterCall();
+  return ok;
 }
 
 ScopedRegistry::ScopedRegistry(const std::string& content) {

@@ -74,7 +74,9 @@ class FakeClockEnv : public platform::EnvWrapper {
 
 // Fails chosen calls: every call that changes the file system is numbered
 // from 1 in the order it is made, and the one numbered fail_at fails with
-// the chosen error (or, for writes, writes half and then fails).
+// the chosen error (or, for writes, writes half and then fails). In a child
+// process it can instead kill itself with SIGKILL right after a numbered
+// call, leaving the disk as a crash at that point would.
 class FaultInjectionEnv : public FakeClockEnv {
  public:
   enum class Fault { kError, kShortWrite };
@@ -84,6 +86,8 @@ class FaultInjectionEnv : public FakeClockEnv {
     error_ = error;
     fault_ = fault;
   }
+  // Kills the process once the call numbered `call` has been made.
+  void KillAfter(int call) { kill_after_ = call; }
   int calls() const { return calls_.load(); }
   // Names of the calls made, in order ("open:/p", "write:/p", "rename:/a>/b").
   std::vector<std::string> log();
@@ -104,10 +108,13 @@ class FaultInjectionEnv : public FakeClockEnv {
 
   // Counts one call; true if it is to fail (the last error is then set).
   bool Tick(const std::string& what, bool* short_write = nullptr);
+  // Runs once a counted call has been made; kills the process at its mark.
+  void AfterCall();
 
  private:
   std::atomic<int> calls_{0};
   int fail_at_ = 0;
+  int kill_after_ = 0;
   uint32_t error_ = 112;
   Fault fault_ = Fault::kError;
   std::mutex log_mutex_;
