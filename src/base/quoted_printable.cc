@@ -31,11 +31,13 @@ int QPDecode(std::string_view source, char* target, size_t size, size_t* length,
   const char* s = source.data();
   size_t out = 0;
   size_t i = 0;
+  // The room check comes at each write, not each step: a soft break or a
+  // stray "=" at the end writes nothing and needs no room.
   while (i < n) {
-    if (out >= size) return 0;
     unsigned char c = static_cast<unsigned char>(s[i]);
     // The last byte is copied as it stands: a trailing "=" survives.
     if (i + 1 == n) {
+      if (out >= size) return 0;
       target[out++] = static_cast<char>(c);
       break;
     }
@@ -53,6 +55,7 @@ int QPDecode(std::string_view source, char* target, size_t size, size_t* length,
         int high = HexValue(next);
         int low = HexValue(static_cast<unsigned char>(s[i + 2]));
         if (high >= 0 && low >= 0) {
+          if (out >= size) return 0;
           target[out++] = static_cast<char>(high * 16 + low);
           i += 3;
           continue;
@@ -61,6 +64,7 @@ int QPDecode(std::string_view source, char* target, size_t size, size_t* length,
       ++i;  // a stray "=" is dropped; what follows is read as it comes
       continue;
     }
+    if (out >= size) return 0;
     target[out++] = (underscore && c == '_') ? ' ' : static_cast<char>(c);
     ++i;
   }

@@ -30,6 +30,18 @@ TEST(QPDecodeTest, EmptySourceShortTargetAndInPlace) {
   EXPECT_EQ(QPDecode("", target, sizeof target, &length, false), 0);
   EXPECT_EQ(length, 0u);
   EXPECT_EQ(QPDecode("abcdef", target, 3, &length, false), 0);
+  // A target exactly the decoded size is enough, even when the source ends
+  // in a soft break or a stray "=" that writes nothing.
+  EXPECT_EQ(QPDecode("\x01"
+                     "aZb=\n",
+                     target, 4, &length, false),
+            1);
+  EXPECT_EQ(std::string(target, length),
+            "\x01"
+            "aZb");
+  EXPECT_EQ(QPDecode("ab=\r\n", target, 2, &length, false), 1);
+  EXPECT_EQ(length, 2u);
+  EXPECT_EQ(QPDecode("ab=\r\n", target, 1, &length, false), 0);
 
   std::string text = "x=3Dy=\r\nz";
   ASSERT_EQ(QPDecode(text, text.data(), text.size(), &length, false), 1);
