@@ -81,6 +81,54 @@ bool LoadExistingRows(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   return exists;
 }
 
+// The walk's order: by name without regard to ASCII case, ties by bytes, as
+// FileIterator::SortByName orders them. Each name is folded once, and its
+// first 16 folded bytes packed into two integers, so that a large folder's
+// sort mostly compares integers.
+std::vector<const platform::DirEntry*> InNameOrder(FileIterator* listing) {
+  struct Keyed {
+    uint64_t high = 0;
+    uint64_t low = 0;
+    std::string_view folded;
+    const platform::DirEntry* entry = nullptr;
+  };
+  std::vector<Keyed> keyed;
+  keyed.reserve(listing->size());
+  size_t folded_size = 0;
+  for (; !listing->Done(); listing->Next()) {
+    keyed.push_back(Keyed{0, 0, {}, &listing->entry()});
+    folded_size += listing->entry().name.size();
+  }
+  std::string folded;
+  folded.reserve(folded_size);  // never grows past this, so the views hold
+  for (Keyed& k : keyed) {
+    const size_t at = folded.size();
+    const std::string& name = k.entry->name;
+    for (size_t i = 0; i < name.size(); ++i) {
+      const char c = name[i];
+      const char lower = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
+      folded.push_back(lower);
+      const uint64_t byte = static_cast<unsigned char>(lower);
+      if (i < 8) {
+        k.high |= byte << (56 - 8 * i);
+      } else if (i < 16) {
+        k.low |= byte << (56 - 8 * (i - 8));
+      }
+    }
+    k.folded = std::string_view(folded).substr(at, name.size());
+  }
+  std::sort(keyed.begin(), keyed.end(), [](const Keyed& a, const Keyed& b) {
+    if (a.high != b.high) return a.high < b.high;
+    if (a.low != b.low) return a.low < b.low;
+    const int c = a.folded.compare(b.folded);
+    return c != 0 ? c < 0 : a.entry->name < b.entry->name;
+  });
+  std::vector<const platform::DirEntry*> entries;
+  entries.reserve(keyed.size());
+  for (const Keyed& k : keyed) entries.push_back(k.entry);
+  return entries;
+}
+
 // Drops the rows whose files have gone. names are the files the walk saw;
 // a row whose name is not among them is looked for once more by name, since
 // the walk leaves out what the pattern, the row limit or an abort kept it
@@ -201,8 +249,8 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   // needs neither before each file is read.
   FileIterator listing(folder + "/*.MAI", FileIterator::kFilesAndDirectories,
                        /*with_info=*/!index->by_id().empty());
-  listing.SortByName(/*ignore_case=*/true);
-  const size_t listed = std::min<size_t>(listing.size(), maximum_rows);
+  const std::vector<const platform::DirEntry*> ordered = InNameOrder(&listing);
+  const size_t listed = std::min<size_t>(ordered.size(), maximum_rows);
   std::vector<std::string_view> seen_names;
   seen_names.reserve(listed);
 
@@ -210,9 +258,12 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   const PropertyKey size_key = LookupProperty("SIZE", nullptr);
   uint32_t file_count = 0;
   uint64_t total_bytes = 0;
+  // Rows met by name in the walk, found or made: each stands for a distinct
+  // listed file, so when they are all the rows there are, none has vanished.
+  size_t rows_met = 0;
   bool aborted = false;
-  for (size_t i = 0; i < listed; ++i, listing.Next()) {
-    const platform::DirEntry& entry = listing.entry();
+  for (size_t i = 0; i < listed; ++i) {
+    const platform::DirEntry& entry = *ordered[i];
     if (!entry.is_directory) seen_names.emplace_back(entry.name);
     if (Skipped(entry) || entry.name.size() >= kMaxScannedNameLength) continue;
     ++file_count;
@@ -222,6 +273,7 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
     }
     auto found = index->by_id().find(entry.name);
     if (found != index->by_id().end()) {
+      ++rows_met;
       total_bytes += entry.size;
       Row* row = found->second;
       const uint32_t row_date = static_cast<uint32_t>(row->GetIntegerAt(modified_key));
@@ -237,12 +289,13 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
     }
     platform::DirEntry fresh = entry;
     Row* row = MakeMessageRow(index, folder, &fresh, stamp, &uid_counter);
+    if (row) ++rows_met;
     total_bytes += fresh.size;
     RebrandMessage(folder, fresh.name, stamp, uid_counter);
     if (branding && row) RefreshFileFacts(InFolder(folder, fresh.name), row);
   }
 
-  DropVanishedRows(index, folder, &seen_names);
+  if (rows_met != index->by_id().size()) DropVanishedRows(index, folder, &seen_names);
   WriteFolderSizeFile(folder, total_bytes);
   int result = 1;
   if (!aborted) {

@@ -2,7 +2,7 @@
 // header split into decoded fields, and a walk over its parts for
 // attachments and calendar classes.
 #include <optional>
-#include <vector>
+#include <string>
 
 #include "base/charsets.h"
 #include "base/dates.h"
@@ -26,14 +26,13 @@ using mime::EqualsNoCase;
 struct MimeScratch {
   static constexpr size_t kKeptCapacity = 1 << 20;
 
-  std::string file;
-  std::vector<HeaderField> fields;
-  std::vector<MessageLeaf> leaves;
+  platform::ReadBuffer file;
+  std::u16string wide;
   std::string value;
   std::string content_type;
 
   void Trim() {
-    if (file.capacity() > kKeptCapacity) std::string().swap(file);
+    if (file.capacity() > kKeptCapacity) file.Release();
   }
 };
 
@@ -42,30 +41,39 @@ MimeScratch& Scratch() {
   return scratch;
 }
 
-bool ReadMessageFile(const std::string& path, std::string* text, platform::FileTime* write_time) {
-  std::unique_ptr<platform::File> file =
-      platform::Env::Default()->OpenFile(path, platform::OpenOptions{});
-  if (!file || !file->GetWriteTime(write_time)) return false;
-  const int64_t size = file->Size();
-  if (size < 0) return false;
-  text->resize(static_cast<size_t>(size));
-  const int64_t got = size ? file->ReadAt(0, text->data(), text->size()) : 0;
-  if (got < 0) return false;
-  text->resize(static_cast<size_t>(got));
+bool ReadMessageFile(const std::string& path, platform::ReadBuffer* text,
+                     platform::FileTime* write_time) {
+  platform::FileInfo info;
+  if (!platform::Env::Default()->ReadFileWhole(path, platform::ShareMode::kShareReadWrite, text,
+                                               &info)) {
+    return false;
+  }
+  *write_time = info.write_time;
   return true;
 }
 
-// Wide header values become UTF-8; plain ASCII, the common case, without a
-// converter.
+// Wide header values become UTF-8 without a converter: plain ASCII, the
+// common case, as it stands, and any other text free of surrogates by the
+// encoding's fixed rule. Surrogates, paired or not, go to the converter,
+// which decides what a lone one becomes.
 void ToUtf8(const std::u16string& wide, std::string* out) {
   out->clear();
   for (char16_t c : wide) {
-    if (c >= 0x80) {
+    if (c >= 0xD800 && c < 0xE000) {
       out->clear();
       WideToNarrow(wide, out, kUtf8CodePage);
       return;
     }
-    out->push_back(static_cast<char>(c));
+    if (c < 0x80) {
+      out->push_back(static_cast<char>(c));
+    } else if (c < 0x800) {
+      out->push_back(static_cast<char>(0xC0 | (c >> 6)));
+      out->push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    } else {
+      out->push_back(static_cast<char>(0xE0 | (c >> 12)));
+      out->push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+      out->push_back(static_cast<char>(0x80 | (c & 0x3F)));
+    }
   }
 }
 
@@ -80,93 +88,175 @@ void JoinEncodedWords(std::string* subject) {
   }
 }
 
-void ApplyField(std::string_view name, std::string& value, MessageHeaderInfo* info,
-                std::string* content_type) {
-  if (name.empty()) return;
+// The header fields the indexer keeps.
+enum class Field {
+  kNone,
+  kTo,
+  kThreadIndex,
+  kSubject,
+  kSender,
+  kCc,
+  kContentType,
+  kReplyTo,
+  kReceived,
+  kKeywords,
+  kFrom,
+  kXRead,
+  kClass,
+  kTempFlags,
+  kPriority,
+  kDate,
+  kListUnsubscribe,
+  kMessageId,
+};
+
+Field Classify(std::string_view name) {
+  if (name.empty()) return Field::kNone;
   switch (mime::LowerAscii(name[0])) {
     case 't':
-      if (EqualsNoCase(name, "to")) {
-        info->To = value;
-      } else if (EqualsNoCase(name, "thread-index")) {
-        info->Thread = value;
-      }
-      return;
+      if (EqualsNoCase(name, "to")) return Field::kTo;
+      if (EqualsNoCase(name, "thread-index")) return Field::kThreadIndex;
+      return Field::kNone;
     case 's':
-      if (EqualsNoCase(name, "subject")) {
-        JoinEncodedWords(&value);
-        SetBounded(&info->Subject, value, kSubjectFieldSize);
-      } else if (EqualsNoCase(name, "sender")) {
-        SetBounded(&info->Sender, value, kSenderFieldSize);
-      }
-      return;
+      if (EqualsNoCase(name, "subject")) return Field::kSubject;
+      if (EqualsNoCase(name, "sender")) return Field::kSender;
+      return Field::kNone;
     case 'c':
-      if (EqualsNoCase(name, "cc")) {
-        info->Cc = value;
-      } else if (EqualsNoCase(name, "content-type")) {
-        *content_type = value;
-      }
-      return;
+      if (EqualsNoCase(name, "cc")) return Field::kCc;
+      if (EqualsNoCase(name, "content-type")) return Field::kContentType;
+      return Field::kNone;
     case 'r':
-      if (EqualsNoCase(name, "reply-to")) {
-        SetBounded(&info->ReplyTo, value, kReplyToFieldSize);
-      } else if (EqualsNoCase(name, "received") && info->Received.empty()) {
-        // The first Received header is the newest hop; its date follows "; ".
-        const size_t at = value.find("; ");
-        if (at != std::string::npos) {
-          NormaliseDateInto(std::string_view(value).substr(at + 2), &info->Received);
-        }
-      }
-      return;
+      if (EqualsNoCase(name, "reply-to")) return Field::kReplyTo;
+      if (EqualsNoCase(name, "received")) return Field::kReceived;
+      return Field::kNone;
     case 'k':
-      if (EqualsNoCase(name, "keywords")) info->Keywords = value;
-      return;
+      return EqualsNoCase(name, "keywords") ? Field::kKeywords : Field::kNone;
     case 'f':
-      if (EqualsNoCase(name, "from")) SetBounded(&info->From, value, kFromFieldSize);
-      return;
+      return EqualsNoCase(name, "from") ? Field::kFrom : Field::kNone;
     case 'x':
-      if (EqualsNoCase(name, "x-read")) {
-        // Seen, but Read stays 0 in this reader.
-        if (value == "1") info->AddFlag("SEEN");
-      } else if (EqualsNoCase(name, "x-qa-class")) {
-        SetBounded(&info->Class, value, kClassFieldSize);
-      } else if (EqualsNoCase(name, "x-qatempflags")) {
-        info->Flags = value;
-      } else if (EqualsNoCase(name, "x-priority")) {
-        info->Importance = LeadingDecimal(value);
-        if (info->Importance < 1) info->Importance = 3;
+      if (EqualsNoCase(name, "x-read")) return Field::kXRead;
+      if (EqualsNoCase(name, "x-qa-class")) return Field::kClass;
+      if (EqualsNoCase(name, "x-qatempflags")) return Field::kTempFlags;
+      if (EqualsNoCase(name, "x-priority")) return Field::kPriority;
+      return Field::kNone;
+    case 'd':
+      return EqualsNoCase(name, "date") ? Field::kDate : Field::kNone;
+    case 'l':
+      return EqualsNoCase(name, "list-unsubscribe") ? Field::kListUnsubscribe : Field::kNone;
+    case 'm':
+      return EqualsNoCase(name, "message-id") ? Field::kMessageId : Field::kNone;
+    default:
+      return Field::kNone;
+  }
+}
+
+// The value as the header reader decodes it, in UTF-8. Most values are
+// plain ASCII with no encoded word, which decode to themselves.
+void DecodeValue(std::string_view raw, MimeScratch* scratch) {
+  bool plain = raw.find("=?") == std::string_view::npos;
+  for (size_t i = 0; plain && i < raw.size(); ++i) {
+    if (static_cast<unsigned char>(raw[i]) >= 0x80) plain = false;
+  }
+  if (plain) {
+    scratch->value.assign(raw);
+    return;
+  }
+  WordDecodeOptions decode;
+  decode.join_adjacent = true;
+  DecodeWords(raw, &scratch->wide, decode);
+  ToUtf8(scratch->wide, &scratch->value);
+}
+
+void ApplyField(Field field, std::string& value, MessageHeaderInfo* info,
+                std::string* content_type) {
+  switch (field) {
+    case Field::kTo:
+      info->To = value;
+      return;
+    case Field::kThreadIndex:
+      info->Thread = value;
+      return;
+    case Field::kSubject:
+      JoinEncodedWords(&value);
+      SetBounded(&info->Subject, value, kSubjectFieldSize);
+      return;
+    case Field::kSender:
+      SetBounded(&info->Sender, value, kSenderFieldSize);
+      return;
+    case Field::kCc:
+      info->Cc = value;
+      return;
+    case Field::kContentType:
+      *content_type = value;
+      return;
+    case Field::kReplyTo:
+      SetBounded(&info->ReplyTo, value, kReplyToFieldSize);
+      return;
+    case Field::kReceived: {
+      // The first Received header is the newest hop; its date follows "; ".
+      const size_t at = value.find("; ");
+      if (at != std::string::npos) {
+        NormaliseDateInto(std::string_view(value).substr(at + 2), &info->Received);
       }
       return;
-    case 'd':
-      if (EqualsNoCase(name, "date")) NormaliseDateInto(value, &info->MessageDate);
+    }
+    case Field::kKeywords:
+      info->Keywords = value;
       return;
-    case 'l':
-      if (EqualsNoCase(name, "list-unsubscribe")) info->AddFlag("$IsMailingList");
+    case Field::kFrom:
+      SetBounded(&info->From, value, kFromFieldSize);
       return;
-    case 'm':
-      if (EqualsNoCase(name, "message-id"))
-        SetBounded(&info->MessageId, value, kMessageIdFieldSize);
+    case Field::kXRead:
+      // Seen, but Read stays 0 in this reader.
+      if (value == "1") info->AddFlag("SEEN");
       return;
-    default:
+    case Field::kClass:
+      SetBounded(&info->Class, value, kClassFieldSize);
+      return;
+    case Field::kTempFlags:
+      info->Flags = value;
+      return;
+    case Field::kPriority:
+      info->Importance = LeadingDecimal(value);
+      if (info->Importance < 1) info->Importance = 3;
+      return;
+    case Field::kDate:
+      NormaliseDateInto(value, &info->MessageDate);
+      return;
+    case Field::kListUnsubscribe:
+      info->AddFlag("$IsMailingList");
+      return;
+    case Field::kMessageId:
+      SetBounded(&info->MessageId, value, kMessageIdFieldSize);
+      return;
+    case Field::kNone:
       return;
   }
 }
 
 // Attachments by disposition, and the class of a calendar part when the
 // header gave none.
-void ApplyLeaves(const std::vector<MessageLeaf>& leaves, MessageHeaderInfo* info) {
-  for (const MessageLeaf& leaf : leaves) {
-    if (HoldsNoCase(leaf.part.Disposition, "attachment")) info->Attachments = 1;
-    if (!info->Class.empty() || !HoldsNoCase(leaf.part.ContentType, "text/calendar")) continue;
+class LeafFacts : public LeafVisitor {
+ public:
+  explicit LeafFacts(MessageHeaderInfo* info) : info_(info) {}
+
+  void Visit(const LeafView& leaf) override {
+    if (HoldsNoCase(leaf.disposition, "attachment")) info_->Attachments = 1;
+    if (!info_->Class.empty() || !HoldsNoCase(leaf.content_type, "text/calendar")) return;
     // The method is a parameter, so the part's whole Content-Type is read.
     std::string content_type;
-    GetHeaderValue(leaf.part.HeaderText, kNoHeaderEnd, "Content-Type", &content_type);
-    MessagePart part = leaf.part;
+    GetHeaderValue(leaf.header, kNoHeaderEnd, "Content-Type", &content_type);
+    MessagePart part;
+    ReadHeaderFields(leaf.header, &part);
     part.Body.assign(leaf.body);
     std::string text;
     DecodePart(&part, &text, true);
-    ApplyCalendarClass(content_type, text, info);
+    ApplyCalendarClass(content_type, text, info_);
   }
-}
+
+ private:
+  MessageHeaderInfo* info_;
+};
 
 }  // namespace
 
@@ -179,12 +269,12 @@ int IndexMessageByMime(const std::string& path, MessageHeaderInfo* info, bool /*
     return 0;
   }
   info->ModifiedDate = PackedModifiedDate(write_time);
-  if (file_size) *file_size = scratch.file.size();
+  if (file_size) *file_size = scratch.file.view().size();
 
   // Nearly every message already has CRLF line ends; the others go through
   // the reader's own normalisation.
   std::optional<MessageReader> normalised;
-  std::string_view message = scratch.file;
+  std::string_view message = scratch.file.view();
   std::string_view header;
   std::string_view body;
   const size_t blank = mime::Find(message, "\r\n\r\n");
@@ -199,20 +289,25 @@ int IndexMessageByMime(const std::string& path, MessageHeaderInfo* info, bool /*
   }
   info->Header.assign(header);
 
-  scratch.fields.clear();
   scratch.content_type.clear();
-  ParseHeaderFields(header, &scratch.fields, kHeaderFieldsDecoded);
-  for (const HeaderField& field : scratch.fields) {
-    ToUtf8(field.value, &scratch.value);
-    ApplyField(field.name, scratch.value, info, &scratch.content_type);
+  HeaderFieldReader fields(header);
+  std::string_view name;
+  std::string_view raw;
+  while (fields.Next(&name, &raw)) {
+    const Field field = Classify(name);
+    if (field == Field::kNone) continue;
+    // Only the first Received that carries a date counts.
+    if (field == Field::kReceived && !info->Received.empty()) continue;
+    // A List-Unsubscribe counts by being there.
+    if (field != Field::kListUnsubscribe) DecodeValue(raw, &scratch);
+    ApplyField(field, scratch.value, info, &scratch.content_type);
   }
   if (info->From.empty()) info->From = kUnknownSender;
   if (info->Received.empty()) info->Received = info->MessageDate;
 
-  ScanMessageLeaves(message, &scratch.leaves);
   if (!scratch.content_type.empty()) ApplyCalendarClass(scratch.content_type, body, info);
-  ApplyLeaves(scratch.leaves, info);
-  scratch.leaves.clear();
+  LeafFacts facts(info);
+  WalkMessageLeaves(message, &facts);
   scratch.Trim();
   return 1;
 }

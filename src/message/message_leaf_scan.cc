@@ -1,61 +1,118 @@
 #include "message/message_leaf_scan.h"
 
-#include <string>
-
 #include "mime/mime_header.h"
 #include "mime/mime_text.h"
 
 namespace qaaisp {
 namespace {
 
-class LeafScan {
- public:
-  LeafScan(std::string_view text, std::vector<MessageLeaf>* leaves)
-      : text_(text), leaves_(leaves) {}
+constexpr std::string_view kDefaultType = "text/plain";
 
-  // One level below parent (or the top when parent is null), from *cursor.
-  int Level(size_t* cursor, const MessagePart* parent, int depth) {
+std::string_view BeforeSemicolon(std::string_view value) {
+  const size_t semi = value.find(';');
+  return mime::TrimBlanks(semi == std::string_view::npos ? value : value.substr(0, semi));
+}
+
+// What the walk takes from a part's header: the fields ReadHeaderFields
+// would give for type, disposition, boundary and identifier, without the
+// file names and encodings the indexer has no use for.
+struct PartFields {
+  std::string_view header;
+  std::string type_value;
+  std::string disposition_value;
+  std::string id_value;
+  std::string_view content_type = kDefaultType;
+  std::string_view disposition;
+  std::string boundary;
+  bool has_content_id = false;
+
+  // Reads the header at the start of text; *body is the offset behind its
+  // blank line. False, as ReadPartHeader gives, where there is none.
+  bool Read(std::string_view text, size_t* body) {
+    const size_t blank = mime::Find(text, "\r\n\r\n");
+    if (blank == std::string_view::npos) return false;
+    *body = blank + 4;
+    header = text.substr(0, blank);
+    size_t at[3];
+    FindHeaderFields(header, {"Content-Type", "Content-Disposition", "Content-ID"}, at);
+    type_value.clear();
+    if (at[0] != std::string_view::npos) HeaderValueAt(header, at[0], &type_value);
+    content_type = BeforeSemicolon(type_value);
+    if (content_type.empty()) content_type = kDefaultType;
+    boundary.clear();
+    GetParameter(type_value, "boundary", &boundary);
+    disposition = {};
+    if (at[1] != std::string_view::npos) {
+      HeaderValueAt(header, at[1], &disposition_value);
+      disposition = BeforeSemicolon(disposition_value);
+    }
+    has_content_id = false;
+    if (at[2] != std::string_view::npos) {
+      HeaderValueAt(header, at[2], &id_value, "\r\n", true);
+      std::string_view id = id_value;
+      if (!id.empty() && id.front() == '<') id.remove_prefix(1);
+      has_content_id = id.find_first_not_of('>') != std::string_view::npos;
+    }
+    return true;
+  }
+
+  // A part that starts with its blank line: plain text, nothing else.
+  void Headerless() {
+    header = {};
+    content_type = kDefaultType;
+    disposition = {};
+    boundary.clear();
+    has_content_id = false;
+  }
+};
+
+class LeafWalk {
+ public:
+  LeafWalk(std::string_view text, LeafVisitor* visitor) : text_(text), visitor_(visitor) {}
+
+  // One level below the container with parent_boundary (or the top when it
+  // is null), from *cursor.
+  int Level(size_t* cursor, const std::string* parent_boundary, int depth) {
     std::string delimiter;
     std::string line_delimiter;
-    if (parent) {
+    if (parent_boundary) {
       if (depth > kMaxMultipartDepth) return 0;
-      delimiter = "--" + parent->Boundary;
+      delimiter = "--" + *parent_boundary;
       line_delimiter = "\r\n" + delimiter;
       const size_t at = mime::Find(text_, delimiter, *cursor);
       if (at == std::string_view::npos) return 0;
       *cursor = mime::NextLine(text_, at + delimiter.size());
     }
+    PartFields part;
     while (true) {
-      MessagePart part;
       if (*cursor < text_.size() && text_[*cursor] == '\r') {
-        part.ContentType = "text/plain";
+        part.Headerless();
         *cursor = mime::NextLine(text_, *cursor);
       } else {
         size_t body = 0;
-        if (!ReadPartHeader(text_.substr(*cursor), &body, &part)) return 0;
+        if (!part.Read(text_.substr(*cursor), &body)) return 0;
         *cursor += body;
       }
-      if (parent) part.ParentBoundary = parent->Boundary;
-
+      LeafView leaf;
+      leaf.header = part.header;
+      leaf.content_type = part.content_type;
+      leaf.disposition = part.disposition;
       const bool container =
-          mime::FindNoCase(part.ContentType, "multipart/") != std::string_view::npos;
+          mime::FindNoCase(part.content_type, "multipart/") != std::string_view::npos;
       if (container) {
         nested_ = true;
-        part.Number = ++counter_;
-        part.Kind = kPartContainer;
-        if (!Level(cursor, &part, depth + 1)) return 0;
+        ++counter_;
+        leaf.kind = kPartContainer;
+        if (!Level(cursor, &part.boundary, depth + 1)) return 0;
       }
-
-      if (!parent) {
-        part.Number = ++counter_;
-        const std::string_view rest = text_.substr(*cursor);
+      if (!parent_boundary) {
+        leaf.number = ++counter_;
+        leaf.body = text_.substr(*cursor);
         *cursor = text_.size();
         // A top part that holds the parts found below is not itself a leaf.
-        if (nested_ && !(part.Boundary.empty() && part.ContentId.empty())) return 1;
-        if (!container) part.Kind = kPartLeaf;
-        return Add(std::move(part), rest);
+        if (nested_ && !(part.boundary.empty() && !part.has_content_id)) return 1;
+        return Add(leaf);
       }
-
       size_t body_end;
       size_t behind;
       if (text_.substr(*cursor).starts_with(delimiter)) {
@@ -68,8 +125,9 @@ class LeafScan {
         behind = at + line_delimiter.size();
       }
       if (!container) {
-        part.Number = ++counter_;
-        if (!Add(std::move(part), text_.substr(*cursor, body_end - *cursor))) return 0;
+        leaf.number = ++counter_;
+        leaf.body = text_.substr(*cursor, body_end - *cursor);
+        if (!Add(leaf)) return 0;
       }
       if (text_.substr(behind).starts_with("--")) {
         *cursor = behind + 2;
@@ -80,25 +138,43 @@ class LeafScan {
   }
 
  private:
-  // The part that overflows the limit is kept, as the reader keeps it.
-  int Add(MessagePart part, std::string_view body) {
-    part.BodyLength = static_cast<int32_t>(body.size());
-    leaves_->push_back(MessageLeaf{std::move(part), body});
-    return leaves_->size() <= kMaxMessageParts ? 1 : 0;
+  // The part that overflows the limit is visited, as the reader keeps it.
+  int Add(const LeafView& leaf) {
+    visitor_->Visit(leaf);
+    return ++leaves_ <= kMaxMessageParts ? 1 : 0;
   }
 
   std::string_view text_;
-  std::vector<MessageLeaf>* leaves_;
+  LeafVisitor* visitor_;
+  size_t leaves_ = 0;
   int counter_ = 0;
   bool nested_ = false;
 };
 
+class Collector : public LeafVisitor {
+ public:
+  explicit Collector(std::vector<MessageLeaf>* leaves) : leaves_(leaves) {}
+  void Visit(const LeafView& leaf) override {
+    leaves_->push_back(MessageLeaf{std::string(leaf.header), std::string(leaf.content_type),
+                                   std::string(leaf.disposition), leaf.body, leaf.number,
+                                   leaf.kind});
+  }
+
+ private:
+  std::vector<MessageLeaf>* leaves_;
+};
+
 }  // namespace
+
+int WalkMessageLeaves(std::string_view message, LeafVisitor* visitor) {
+  size_t cursor = 0;
+  return LeafWalk(message, visitor).Level(&cursor, nullptr, 0);
+}
 
 int ScanMessageLeaves(std::string_view message, std::vector<MessageLeaf>* leaves) {
   leaves->clear();
-  size_t cursor = 0;
-  return LeafScan(message, leaves).Level(&cursor, nullptr, 0);
+  Collector collector(leaves);
+  return WalkMessageLeaves(message, &collector);
 }
 
 }  // namespace qaaisp

@@ -1,9 +1,12 @@
 // The structure walk the header indexer needs: the leaves of a message, in
-// the order and with the limits of MessageReader's plain list, but with
-// their bodies left in place as views instead of copied, since the indexer
-// looks at almost none of them.
+// the order and with the limits of MessageReader's plain list, but read
+// lean: only the fields the indexer looks at are taken from each part's
+// header, and bodies stay in place as views, since the indexer looks at
+// almost none of them.
 #pragma once
 
+#include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -11,14 +14,38 @@
 
 namespace qaaisp {
 
-struct MessageLeaf {
-  MessagePart part;  // header fields only: part.Body stays empty
+// One leaf as the walk meets it. The views point into the message, or, for
+// content_type and disposition, into the walk's own buffers: they are valid
+// only while the visitor runs.
+struct LeafView {
+  std::string_view header;        // the part's header block
+  std::string_view content_type;  // media type without parameters
+  std::string_view disposition;   // without parameters
   std::string_view body;
+  int32_t number = 0;  // running number in the message, from 1
+  int32_t kind = kPartLeaf;
 };
 
-// Fills leaves (cleared first) from message, whose line ends must already be
-// CRLF. Gives 1, or 0 where MessageReader::ParseParts gives 0; the leaves
-// found by then stay. The views point into message.
+class LeafVisitor {
+ public:
+  virtual ~LeafVisitor() = default;
+  virtual void Visit(const LeafView& leaf) = 0;
+};
+
+// Walks message, whose line ends must already be CRLF, and hands each leaf
+// to visitor in order. Gives 1, or 0 where MessageReader::ParseParts gives
+// 0; the leaves met by then have been visited.
+int WalkMessageLeaves(std::string_view message, LeafVisitor* visitor);
+
+// The same walk, collected.
+struct MessageLeaf {
+  std::string header;
+  std::string content_type;
+  std::string disposition;
+  std::string_view body;  // into message
+  int32_t number = 0;
+  int32_t kind = kPartLeaf;
+};
 int ScanMessageLeaves(std::string_view message, std::vector<MessageLeaf>* leaves);
 
 }  // namespace qaaisp

@@ -24,13 +24,12 @@ void ExpectSameLeaves(std::string_view text, const std::string& label) {
     const MessagePart& want = parts[i];
     const MessageLeaf& got = leaves[i];
     EXPECT_EQ(got.body, want.Body) << label << " part " << i;
-    EXPECT_EQ(got.part.BodyLength, want.BodyLength) << label;
-    EXPECT_EQ(got.part.Number, want.Number) << label;
-    EXPECT_EQ(got.part.Kind, want.Kind) << label;
-    EXPECT_EQ(got.part.ContentType, want.ContentType) << label;
-    EXPECT_EQ(got.part.Disposition, want.Disposition) << label;
-    EXPECT_EQ(got.part.HeaderText, want.HeaderText) << label;
-    EXPECT_EQ(got.part.ParentBoundary, want.ParentBoundary) << label;
+    EXPECT_EQ(static_cast<int32_t>(got.body.size()), want.BodyLength) << label;
+    EXPECT_EQ(got.number, want.Number) << label;
+    EXPECT_EQ(got.kind, want.Kind) << label;
+    EXPECT_EQ(got.content_type, want.ContentType) << label;
+    EXPECT_EQ(got.disposition, want.Disposition) << label;
+    EXPECT_EQ(got.header, want.HeaderText) << label;
   }
 }
 

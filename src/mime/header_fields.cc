@@ -20,16 +20,11 @@ std::string_view TrimWhiteSpace(std::string_view text) { return mime::TrimBlanks
 
 }  // namespace
 
-int ParseHeaderFields(std::string_view header, std::vector<HeaderField>* fields, int options) {
-  WordDecodeOptions decode;
-  decode.join_adjacent = true;
-  std::string joined;
-  int added = 0;
-  size_t pos = 0;
-  while (pos < header.size()) {
+bool HeaderFieldReader::Next(std::string_view* name_out, std::string_view* value_out) {
+  while (pos_ < header_.size()) {
     size_t next = 0;
-    std::string_view line = LineAt(header, pos, &next);
-    pos = next;
+    std::string_view line = LineAt(header_, pos_, &next);
+    pos_ = next;
     if (line.empty()) break;               // the end of the header
     if (mime::IsBlank(line[0])) continue;  // a continuation with no field before it
     size_t colon = line.find(':');
@@ -38,22 +33,35 @@ int ParseHeaderFields(std::string_view header, std::vector<HeaderField>* fields,
     while (!name.empty() && mime::IsBlank(name.back())) name.remove_suffix(1);
     // A name has no blanks inside: this skips an mbox "From " line.
     if (name.empty() || name.find_first_of(" \t") != std::string_view::npos) continue;
-
     std::string_view value = line.substr(colon + 1);
     // Continuation lines: most fields have none, so the value stays a view.
     bool folded = false;
-    while (pos < header.size() && mime::IsBlank(header[pos])) {
-      std::string_view more = LineAt(header, pos, &next);
+    while (pos_ < header_.size() && mime::IsBlank(header_[pos_])) {
+      std::string_view more = LineAt(header_, pos_, &next);
       if (!folded) {
-        joined.assign(value);
+        joined_.assign(value);
         folded = true;
       }
-      joined.append(more);
-      pos = next;
+      joined_.append(more);
+      pos_ = next;
     }
-    if (folded) value = joined;
-    value = TrimWhiteSpace(value);
+    if (folded) value = joined_;
+    *name_out = name;
+    *value_out = TrimWhiteSpace(value);
+    return true;
+  }
+  pos_ = header_.size();
+  return false;
+}
 
+int ParseHeaderFields(std::string_view header, std::vector<HeaderField>* fields, int options) {
+  WordDecodeOptions decode;
+  decode.join_adjacent = true;
+  HeaderFieldReader reader(header);
+  std::string_view name;
+  std::string_view value;
+  int added = 0;
+  while (reader.Next(&name, &value)) {
     HeaderField& field = fields->emplace_back();
     field.name.assign(name);
     if (options & kHeaderFieldsRaw) {

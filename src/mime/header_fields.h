@@ -21,6 +21,22 @@ enum HeaderFieldOptions : int {
   kHeaderFieldsRaw = 1,
 };
 
+// Walks the fields of a header block as ParseHeaderFields splits them, but
+// leaves each value undecoded: a reader that wants a few fields decodes
+// only those.
+class HeaderFieldReader {
+ public:
+  explicit HeaderFieldReader(std::string_view header) : header_(header) {}
+  // The next field's name and its value, unfolded and trimmed; false at the
+  // end of the header. The views hold until the next call.
+  bool Next(std::string_view* name, std::string_view* value);
+
+ private:
+  std::string_view header_;
+  size_t pos_ = 0;
+  std::string joined_;  // a folded value, put together
+};
+
 // Appends one field per "name: value" line of header to fields, up to the
 // first empty line. A line starting with white space continues the field
 // before it (the line end is removed, the white space kept); a line without

@@ -116,13 +116,35 @@ std::string JoinNamePieces(std::string_view type_value, std::string_view disposi
 
 }  // namespace
 
-bool GetHeaderValue(std::string_view text, size_t end, std::string_view name, std::string* value,
-                    std::string_view line_end, bool first_token_only) {
-  value->clear();
-  size_t pos = FindField(text, name, line_end, end);
-  if (pos == std::string_view::npos) return false;
-  while (pos < text.size() && IsBlank(text[pos])) ++pos;
+void FindHeaderFields(std::string_view text, std::initializer_list<std::string_view> names,
+                      size_t* offsets, std::string_view line_end) {
+  size_t missing = names.size();
+  for (size_t i = 0; i < names.size(); ++i) offsets[i] = std::string_view::npos;
+  size_t pos = 0;
+  while (true) {
+    if (pos < text.size()) {
+      const char first = mime::LowerAscii(text[pos]);
+      size_t i = 0;
+      for (std::string_view name : names) {
+        size_t value = 0;
+        if (offsets[i] == std::string_view::npos && !name.empty() &&
+            mime::LowerAscii(name[0]) == first && MatchFieldName(text, pos, name, &value)) {
+          offsets[i] = value;
+          --missing;
+        }
+        ++i;
+      }
+    }
+    if (missing == 0 || line_end.empty()) return;
+    pos = mime::Find(text, line_end, pos);
+    if (pos == std::string_view::npos) return;
+    pos += line_end.size();
+  }
+}
 
+void HeaderValueAt(std::string_view text, size_t pos, std::string* value, std::string_view line_end,
+                   bool first_token_only) {
+  while (pos < text.size() && IsBlank(text[pos])) ++pos;
   auto line_stop = [&](size_t from) {
     size_t stop = line_end.empty() ? std::string_view::npos : mime::Find(text, line_end, from);
     return stop == std::string_view::npos ? text.size() : stop;
@@ -133,7 +155,7 @@ bool GetHeaderValue(std::string_view text, size_t end, std::string_view name, st
     if (semi != std::string_view::npos && semi < stop) stop = semi;
     while (stop > pos && IsBlank(text[stop - 1])) --stop;
     value->assign(text.substr(pos, stop - pos));
-    return true;
+    return;
   }
   value->assign(text.substr(pos, stop - pos));
   // Continuation lines are joined with their leading white space removed.
@@ -144,6 +166,14 @@ bool GetHeaderValue(std::string_view text, size_t end, std::string_view name, st
     stop = line_stop(next);
     value->append(text.substr(next, stop - next));
   }
+}
+
+bool GetHeaderValue(std::string_view text, size_t end, std::string_view name, std::string* value,
+                    std::string_view line_end, bool first_token_only) {
+  value->clear();
+  size_t pos = FindField(text, name, line_end, end);
+  if (pos == std::string_view::npos) return false;
+  HeaderValueAt(text, pos, value, line_end, first_token_only);
   return true;
 }
 
@@ -183,24 +213,31 @@ bool GetParameter(std::string_view text, std::string_view name, std::string* val
 void ReadHeaderFields(std::string_view header, MessagePart* part, std::string_view line_end) {
   std::string type_value;
   std::string disposition_value;
-  GetHeaderValue(header, kNoHeaderEnd, "Content-Type", &type_value, line_end);
+  size_t at[4];
+  FindHeaderFields(
+      header, {"Content-Type", "Content-Disposition", "Content-Transfer-Encoding", "Content-ID"},
+      at, line_end);
+  if (at[0] != std::string_view::npos) HeaderValueAt(header, at[0], &type_value, line_end);
   part->ContentType.assign(BeforeSemicolon(type_value));
   GetParameter(type_value, "boundary", &part->Boundary);
   GetParameter(type_value, "charset", &part->Charset);
-  if (GetHeaderValue(header, kNoHeaderEnd, "Content-Disposition", &disposition_value, line_end)) {
+  if (at[1] != std::string_view::npos) {
+    HeaderValueAt(header, at[1], &disposition_value, line_end);
     part->Disposition.assign(BeforeSemicolon(disposition_value));
   }
-  GetHeaderValue(header, kNoHeaderEnd, "Content-Transfer-Encoding", &part->TransferEncoding,
-                 line_end, true);
-  std::string id;
-  if (GetHeaderValue(header, kNoHeaderEnd, "Content-ID", &id, line_end, true)) {
+  part->TransferEncoding.clear();
+  if (at[2] != std::string_view::npos) {
+    HeaderValueAt(header, at[2], &part->TransferEncoding, line_end, true);
+  }
+  if (at[3] != std::string_view::npos) {
+    std::string id;
+    HeaderValueAt(header, at[3], &id, line_end, true);
     std::string_view view = id;
     if (!view.empty() && view.front() == '<') view.remove_prefix(1);
     for (char c : view) {
       if (c != '>') part->ContentId.push_back(c);
     }
   }
-
   // File names, best first: "filename", then "name", then "name*N" pieces.
   if (!type_value.empty() || !disposition_value.empty()) {
     if (FindParameter(disposition_value, type_value, "filename", &part->FileName)) {

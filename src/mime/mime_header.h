@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstddef>
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -22,6 +23,16 @@ inline constexpr size_t kNoHeaderEnd = std::string_view::npos;
 // is no such field.
 bool GetHeaderValue(std::string_view text, size_t end, std::string_view name, std::string* value,
                     std::string_view line_end = "\r\n", bool first_token_only = false);
+
+// Finds several header fields in one pass over the lines of text: for each
+// name, the offset of its first value as GetHeaderValue would find it (npos
+// where absent) goes to the same index of offsets.
+void FindHeaderFields(std::string_view text, std::initializer_list<std::string_view> names,
+                      size_t* offsets, std::string_view line_end = "\r\n");
+
+// The value GetHeaderValue gives for a field whose value starts at pos.
+void HeaderValueAt(std::string_view text, size_t pos, std::string* value,
+                   std::string_view line_end = "\r\n", bool first_token_only = false);
 
 // Finds the parameter name (without regard to case) among the ";"-separated
 // parameters of a header value, and gives its value, unquoted. Returns false

@@ -77,6 +77,26 @@ struct DirEntry {
   FileTime creation_time;
 };
 
+// A buffer that whole files are read into, one after the other: it grows to
+// the largest file read and is neither cleared nor shrunk between files, so
+// that reading a folder of files costs no allocation per file.
+class ReadBuffer {
+ public:
+  std::string_view view() const { return {data_.get(), size_}; }
+  size_t capacity() const { return capacity_; }
+  // Room for n bytes at data(); what it held before is not kept.
+  char* Prepare(size_t n);
+  // The number of bytes that hold the file, at most the prepared room.
+  void SetSize(size_t n) { size_ = n < capacity_ ? n : capacity_; }
+  // Gives the memory back.
+  void Release();
+
+ private:
+  std::unique_ptr<char[]> data_;
+  size_t size_ = 0;
+  size_t capacity_ = 0;
+};
+
 // Loaded dynamic module.
 class Module {
  public:
@@ -103,6 +123,14 @@ class Env {
   virtual bool RenamePath(const std::string& from, const std::string& to, bool replace) = 0;
   virtual bool CopyFileTo(const std::string& from, const std::string& to, bool fail_if_exists) = 0;
   virtual bool Stat(const std::string& path, FileInfo* info) = 0;
+  // Reads the file at path whole into out, opened for reading with share,
+  // and gives its size and last-write time from the same open in info
+  // (exists set; the creation and access times are not filled). False,
+  // with the last error set, if it cannot be opened or read. The default
+  // goes through OpenFile and the File calls; a backend may do it in fewer
+  // system calls.
+  virtual bool ReadFileWhole(const std::string& path, ShareMode share, ReadBuffer* out,
+                             FileInfo* info);
 
   // Directories.
   virtual bool MakeDirectory(const std::string& path) = 0;
