@@ -30,17 +30,6 @@ PropertyMap TypeMapFor(const PropertyMap* local, uint32_t slot_count) {
 
 }  // namespace
 
-TextRecord* TextRecord::Make(std::string_view value) {
-  void* block = std::malloc(sizeof(TextRecord) + value.size() + 1);
-  if (!block) throw std::bad_alloc();
-  auto* record = new (block) TextRecord{static_cast<uint32_t>(value.size())};
-  if (!value.empty()) std::memcpy(record->bytes(), value.data(), value.size());
-  record->bytes()[value.size()] = '\0';
-  return record;
-}
-
-void TextRecord::Free(TextRecord* record) { std::free(record); }
-
 int32_t TextToInteger(std::string_view text) {
   size_t i = 0;
   while (i < text.size() && (text[i] == ' ' || (text[i] >= '\t' && text[i] <= '\r'))) ++i;
@@ -55,6 +44,10 @@ int32_t TextToInteger(std::string_view text) {
 
 IndexItemPropertyContainer::IndexItemPropertyContainer()
     : slots_(kInitialSlots, kSlotGrowth, Array<PropertySlot>::kAdditive) {}
+
+IndexItemPropertyContainer::IndexItemPropertyContainer(uint32_t initial_slots)
+    : slots_(initial_slots > kInitialSlots ? initial_slots : kInitialSlots, kSlotGrowth,
+             Array<PropertySlot>::kAdditive) {}
 
 IndexItemPropertyContainer::~IndexItemPropertyContainer() {
   if (slots_.empty()) return;
@@ -133,6 +126,20 @@ void IndexItemPropertyContainer::SetTextAt(PropertyKey key, std::string_view val
     slot.integer = TextToInteger(value);
   }
   if (mark_modified) MarkModified();
+}
+
+void IndexItemPropertyContainer::LoadValueAt(PropertyKey key, std::string_view value,
+                                             TextPool* pool) {
+  if (value.empty() || !key.valid()) return;
+  EnsureSlot(key.slot);
+  PropertySlot& slot = slots_.data()[key.slot];
+  if (key.type == kPropertyText) {
+    TextRecord* record = pool->Make(value);
+    TextRecord::Free(slot.text);
+    slot.text = record;
+  } else {
+    slot.integer = TextToInteger(value);
+  }
 }
 
 void IndexItemPropertyContainer::SetIntegerAt(PropertyKey key, int32_t value, bool mark_modified) {

@@ -12,22 +12,11 @@
 
 #include "base/array.h"
 #include "index/property_map.h"
+#include "index/text_record.h"
 
 namespace qaaisp {
 
 class SORTEDSTOREINDEXTYPE;
-
-// A text value: its length and its bytes with a terminator, in one block.
-struct TextRecord {
-  uint32_t length;
-
-  const char* bytes() const { return reinterpret_cast<const char*>(this + 1); }
-  char* bytes() { return reinterpret_cast<char*>(this + 1); }
-  std::string_view view() const { return {bytes(), length}; }
-
-  static TextRecord* Make(std::string_view value);
-  static void Free(TextRecord* record);
-};
 
 // A slot: a text record pointer or a 32-bit integer sign-extended.
 union PropertySlot {
@@ -44,6 +33,9 @@ class IndexItemPropertyContainer {
   static constexpr uint32_t kSlotGrowth = 5;
 
   IndexItemPropertyContainer();
+  // A row with room for this many slots from the start (a load knows how
+  // many the rows before took).
+  explicit IndexItemPropertyContainer(uint32_t initial_slots);
   virtual ~IndexItemPropertyContainer();
   IndexItemPropertyContainer(const IndexItemPropertyContainer&) = delete;
   IndexItemPropertyContainer& operator=(const IndexItemPropertyContainer&) = delete;
@@ -84,6 +76,10 @@ class IndexItemPropertyContainer {
   int32_t GetIntegerAt(PropertyKey key) const;
   void SetTextAt(PropertyKey key, std::string_view value, bool force, bool mark_modified = true);
   void SetIntegerAt(PropertyKey key, int32_t value, bool mark_modified = true);
+  // A value read from a file: stored as SetTextAt without force and
+  // without marking the row, its record made in the pool of the table the
+  // row is going into (a text slot) or parsed (an integer slot).
+  void LoadValueAt(PropertyKey key, std::string_view value, TextPool* pool);
   void RemoveAt(PropertyKey key);
   // Room for slots below n, so that a row built in bulk grows once.
   void ReserveSlots(uint32_t n) { slots_.Reserve(n); }

@@ -42,6 +42,23 @@ bool SORTEDSTOREINDEXTYPE::Insert(IndexItem* item, UidClash clash) {
   return true;
 }
 
+bool SORTEDSTOREINDEXTYPE::FileUnderUid(uint32_t uid, Row* row, UidClash clash) {
+  // Rows mostly come in UID order, so the end of the map is the place to
+  // try first.
+  if (by_uid_.empty() || by_uid_.rbegin()->first < uid) {
+    by_uid_.emplace_hint(by_uid_.end(), uid, row);
+    return true;
+  }
+  if (by_uid_.try_emplace(uid, row).second) return true;
+  if (clash == UidClash::kRefuse) return false;
+  // The row is filed under the next free number while its "UID" keeps the
+  // old one; readers of old files depend on this tolerance.
+  do {
+    ++uid;
+  } while (!by_uid_.try_emplace(uid, row).second);
+  return true;
+}
+
 bool SORTEDSTOREINDEXTYPE::InsertRow(Row* row, UidClash clash, bool append) {
   uint32_t uid = row->Uid();
   if (uid == 0) {
@@ -50,18 +67,18 @@ bool SORTEDSTOREINDEXTYPE::InsertRow(Row* row, UidClash clash, bool append) {
   } else if (uid > LastUID) {
     LastUID = uid;
   }
-  auto by_id = by_id_.try_emplace(std::string(row->IdView()), row);
-  if (!by_id.second) return false;
-  if (!by_uid_.try_emplace(uid, row).second) {
-    if (clash == UidClash::kRefuse) {
+  const std::string_view id = row->IdView();
+  if (bulk_insert_) {
+    if (pending_ids_.Contains(id) || (!by_id_.empty() && by_id_.contains(id))) return false;
+    if (!FileUnderUid(uid, row, clash)) return false;
+    pending_ids_.Add(id, row);
+  } else {
+    auto by_id = by_id_.try_emplace(std::string(id), row);
+    if (!by_id.second) return false;
+    if (!FileUnderUid(uid, row, clash)) {
       by_id_.erase(by_id.first);
       return false;
     }
-    // The row is filed under the next free number while its "UID" keeps the
-    // old one; readers of old files depend on this tolerance.
-    do {
-      ++uid;
-    } while (!by_uid_.try_emplace(uid, row).second);
   }
   row->set_owner(this);
   if (IndexUsesLocalProperties()) row->set_local_map(&local_map_);
@@ -74,7 +91,19 @@ bool SORTEDSTOREINDEXTYPE::InsertRow(Row* row, UidClash clash, bool append) {
   return true;
 }
 
+void SORTEDSTOREINDEXTYPE::BeginBulkInsert(size_t expected_rows) {
+  bulk_insert_ = true;
+  pending_ids_.Reserve(expected_rows);
+}
+
+void SORTEDSTOREINDEXTYPE::EndBulkInsert() {
+  bulk_insert_ = false;
+  if (!pending_ids_.empty()) pending_ids_.MergeInto(&by_id_);
+  pending_ids_.Clear();
+}
+
 bool SORTEDSTOREINDEXTYPE::FindById(std::string_view id, IndexItem* item, bool copy) {
+  EndBulkInsert();
   EnsureLevel(LoadFull);
   auto it = by_id_.find(id);
   item->Attach(it == by_id_.end() ? nullptr : it->second, copy);
@@ -113,6 +142,7 @@ void SORTEDSTOREINDEXTYPE::Remove(std::string_view id) {
 }
 
 void SORTEDSTOREINDEXTYPE::Remove(const std::set<std::string, std::less<>>& ids) {
+  EndBulkInsert();
   EnsureLevel(LoadKeys);
   for (const std::string& id : ids) {
     auto it = by_id_.find(id);
@@ -147,6 +177,8 @@ void SORTEDSTOREINDEXTYPE::Remove(const std::set<std::string, std::less<>>& ids)
 void SORTEDSTOREINDEXTYPE::UnInit() {
   LineTrace trace = 0;
   Guarded("SORTEDSTOREINDEXTYPE::UnInit", kStoreIndexTypeSource, __LINE__, trace, [&] {
+    // Rows of an unfinished batch are found through the map like the rest.
+    EndBulkInsert();
     // Rows are pointed at a private copy of the property map before they go,
     // so that none of them takes the global map's guard.
     PropertyMap temporary;
@@ -168,6 +200,7 @@ void SORTEDSTOREINDEXTYPE::UnInit() {
     by_uid_.clear();
     by_id_.clear();
     removed_.clear();
+    text_pool_.Clear();
     LoadState = LoadFailed;
     LastUID = 0;
     FirstModifiedUID = 0;

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "index/id_batch.h"
 #include "index/index_item.h"
 #include "index/index_item_property_container.h"
 #include "index/property_map.h"
@@ -84,6 +85,21 @@ class SORTEDSTOREINDEXTYPE {
   // Appends a row already in the maps to the position vector, unnumbered.
   void AppendRow(Row* row) { rows_.push_back(row); }
 
+  // Between these, rows that InsertRow takes enter by_id() only at the end,
+  // all at once (duplicates are refused as ever). A load of many rows calls
+  // them; expected_rows only sizes the work. Finding, removing and UnInit
+  // end the batch themselves.
+  void BeginBulkInsert(size_t expected_rows);
+  void EndBulkInsert();
+  // Tells a batch early of a row's ID, so that the check at its insert
+  // does not wait on memory.
+  void PrefetchId(std::string_view id) const {
+    if (bulk_insert_) pending_ids_.Prefetch(id);
+  }
+  // Where a load makes the text records of its rows: they stay until
+  // UnInit, which destroys every row first.
+  TextPool* text_pool() { return &text_pool_; }
+
   // Attaches the row with this "ID" to item (a clone if copy), or leaves
   // item empty. Loads fully first.
   bool FindById(std::string_view id, IndexItem* item, bool copy);
@@ -147,11 +163,18 @@ class SORTEDSTOREINDEXTYPE {
   std::string FieldFilter;
 
  private:
+  // Files the row under uid, or the next free number after it with
+  // kNextFree; false when refused.
+  bool FileUnderUid(uint32_t uid, Row* row, UidClash clash);
+
   std::vector<Row*> rows_;
   ByUid by_uid_;
   ById by_id_;
   std::vector<Row*> removed_;
   PropertyMap local_map_;
+  IdBatch pending_ids_;
+  bool bulk_insert_ = false;
+  TextPool text_pool_;
 };
 
 }  // namespace qaaisp

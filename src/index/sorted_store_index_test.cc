@@ -234,3 +234,40 @@ TEST_F(SortedIndexTest, RowsEnteredWithoutAppendingAreStillOwned) {
 
 }  // namespace
 }  // namespace qaaisp
+
+namespace qaaisp {
+namespace {
+
+TEST_F(SortedIndexTest, BulkInsertRefusesAsOneByOneAndFillsByIdAtTheEnd) {
+  ASSERT_TRUE(Add("kept", 50));
+  table_.BeginBulkInsert(4);
+  EXPECT_TRUE(Add("c", 3));
+  EXPECT_TRUE(Add("a", 1));
+  EXPECT_FALSE(Add("c", 9));                          // ID taken within the batch
+  EXPECT_FALSE(Add("kept", 8));                       // ID taken before it
+  EXPECT_FALSE(Add("b", 1, "", UidClash::kRefuse));   // UID taken
+  EXPECT_TRUE(Add("b", 1, "", UidClash::kNextFree));  // filed under 2
+  EXPECT_EQ(table_.LastUID, 50u);
+  EXPECT_EQ(table_.by_id().size(), 1u);  // the batch is not in the map yet
+  EXPECT_EQ(table_.by_uid().size(), 4u);
+  table_.EndBulkInsert();
+  std::string ids;
+  for (const auto& [id, row] : table_.by_id()) ids += id + ",";
+  EXPECT_EQ(ids, "a,b,c,kept,");
+  EXPECT_EQ(table_.FindByUid(2), table_.by_id().at("b"));
+
+  // Finding ends a batch itself, so no lookup misses a row it took.
+  table_.BeginBulkInsert(0);
+  EXPECT_TRUE(Add("d"));
+  IndexItem item;
+  EXPECT_TRUE(table_.FindById("d", &item, false));
+  EXPECT_FALSE(Add("d"));
+  // A teardown in mid-batch still destroys every row (the leak checker).
+  table_.BeginBulkInsert(0);
+  EXPECT_TRUE(Add("e"));
+  table_.UnInit();
+  EXPECT_TRUE(table_.by_id().empty());
+}
+
+}  // namespace
+}  // namespace qaaisp

@@ -13,8 +13,10 @@ constexpr size_t kGuessedNames = 64;
 
 }  // namespace
 
-IndexLoadTarget::IndexLoadTarget(SORTEDSTOREINDEXTYPE* index, std::string folder)
+IndexLoadTarget::IndexLoadTarget(SORTEDSTOREINDEXTYPE* index, std::string folder,
+                                 size_t expected_rows)
     : index_(index), folder_(std::move(folder)) {
+  index_->BeginBulkInsert(expected_rows);
   bool local = IndexUsesLocalProperties();
   if (local) CloneGlobalPropertyMap(&private_map_);
   row_map_ = local ? &private_map_ : nullptr;
@@ -54,10 +56,9 @@ PropertyKey IndexLoadTarget::KeyFor(std::string_view name) {
 
 void IndexLoadTarget::BeginRow(uint32_t file_offset) {
   delete row_;
-  row_ = new IndexItemPropertyContainer();
+  row_ = new IndexItemPropertyContainer(slots_hint_);
   row_->set_local_map(row_map_);
   row_->FileOffset = static_cast<int32_t>(file_offset);
-  if (slots_hint_ > 0) row_->ReserveSlots(slots_hint_);
   next_key_ = 0;
 }
 
@@ -65,11 +66,8 @@ void IndexLoadTarget::SetRowProperty(std::string_view name, std::string_view val
   if (!row_ || value.empty()) return;
   PropertyKey key = KeyFor(name);
   if (!key.valid()) return;
-  if (key.type == kPropertyInteger) {
-    row_->SetIntegerAt(key, TextToInteger(value), /*mark_modified=*/false);
-  } else {
-    row_->SetTextAt(key, value, /*force=*/false, /*mark_modified=*/false);
-  }
+  if (key.slot == kIdSlot) index_->PrefetchId(value);
+  row_->LoadValueAt(key, value, index_->text_pool());
 }
 
 void IndexLoadTarget::DropRow() {
@@ -126,6 +124,7 @@ void IndexLoadTarget::Finish() {
   }
   unsequenced_.clear();
   unsequenced_order_.clear();
+  index_->EndBulkInsert();
 }
 
 }  // namespace qaaisp::persist

@@ -16,8 +16,9 @@ namespace qaaisp::persist {
 
 class IndexLoadTarget : public StreamIndexTarget {
  public:
-  // folder is where verified item files are looked for.
-  IndexLoadTarget(SORTEDSTOREINDEXTYPE* index, std::string folder);
+  // folder is where verified item files are looked for; expected_rows
+  // sizes the table's work for the rows to come (a guess is fine).
+  IndexLoadTarget(SORTEDSTOREINDEXTYPE* index, std::string folder, size_t expected_rows = 0);
   ~IndexLoadTarget() override;
 
   uint32_t LastUid() const override { return index_->LastUID; }
@@ -38,7 +39,7 @@ class IndexLoadTarget : public StreamIndexTarget {
 
   // Puts rows that were never given a place in the sequence at its end (a
   // malformed file can leave some), so that every row of the maps is owned
-  // through the sequence too.
+  // through the sequence too, and enters the rows into the by-ID map.
   void Finish();
 
  private:

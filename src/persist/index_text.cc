@@ -144,6 +144,46 @@ void UnescapeIndexText(std::string* text) {
   DecodeEntities(text, s.find('&'));
 }
 
+void UnescapeIndexText(std::string_view text, std::string* out) {
+  const size_t first_amp = text.find('&');
+  if (first_amp == std::string_view::npos || text.find("&#", first_amp) != std::string_view::npos) {
+    // Nothing to do, or numeric references with their rereading: the
+    // general path.
+    out->assign(text);
+    UnescapeIndexText(out);
+    return;
+  }
+  // Entities alone shrink the text as they go: decode straight into out,
+  // copying the runs between ampersands whole.
+  out->resize(text.size());
+  char* const begin = out->data();
+  char* w = begin;
+  size_t r = 0;
+  size_t amp = first_amp;
+  for (;;) {
+    std::memcpy(w, text.data() + r, amp - r);
+    w += amp - r;
+    if (amp == text.size()) break;
+    std::string_view rest = text.substr(amp);
+    if (rest.starts_with("&lt;")) {
+      *w++ = '<';
+      r = amp + 4;
+    } else if (rest.starts_with("&gt;")) {
+      *w++ = '>';
+      r = amp + 4;
+    } else if (rest.starts_with("&amp;")) {
+      *w++ = '&';
+      r = amp + 5;
+    } else {
+      *w++ = '&';
+      r = amp + 1;
+    }
+    amp = text.find('&', r);
+    if (amp == std::string_view::npos) amp = text.size();
+  }
+  out->resize(static_cast<size_t>(w - begin));
+}
+
 bool IsTombstoneValue(std::string_view value) {
   if (value.empty()) return false;
   for (char c : value) {

@@ -23,6 +23,8 @@ int32_t ParseSignedDecimal(std::string_view text);
 // one byte (the low 8 bits, so a reference above 255 loses its high bits),
 // then "&lt;", "&gt;" and "&amp;" in that order. "&quot;" and "&apos;" stay.
 void UnescapeIndexText(std::string* text);
+// The same from text into out, for a reader whose bytes are not its own.
+void UnescapeIndexText(std::string_view text, std::string* out);
 
 // True if every byte is '-' (and there is at least one): the mark of a
 // removed row's attribute.

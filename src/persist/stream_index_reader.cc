@@ -182,6 +182,21 @@ class Pass {
   void HandleRowEnd();
   void HandleProperty(std::string_view tag, std::string_view name, bool is_end,
                       std::string_view text);
+  // Nearly every tag of a file is half of "<NAME>value</NAME>" inside a
+  // row. Where the state is such that neither half could fault, such a
+  // property is taken in one step: the same outcome as tag by tag, at about
+  // half the work.
+  bool TakesWholeProperty(std::string_view start_tag) const {
+    return mode_ != 2 && root_start_seen_ && !root_end_seen_ && in_element_ &&
+           open_property_size_ == 0 && !start_tag.empty() && start_tag[0] != '/' &&
+           !StartsWith(start_tag, kRootName) && !StartsWith(start_tag, kRowName);
+  }
+  // Looks past the start tag in [lt, gt] for the value and a matching end
+  // tag; false, having changed nothing, when they are not there.
+  bool TakeWholeProperty(ByteWindow* window, uint64_t lt, uint64_t gt, uint64_t* after);
+  // Stores a property's text, unescaped, if the row is being built and
+  // the field is wanted.
+  void StoreProperty(std::string_view name, std::string_view text);
   // Takes one attribute of a row start tag; false leaves the row.
   bool TakeAttribute(std::string_view name, std::string_view value, uint64_t tag_offset);
 
@@ -197,7 +212,11 @@ class Pass {
   bool in_element_ = false;
   bool new_format_ = false;
   bool building_ = false;
-  std::string open_property_;
+  // The open property's start tag, kept in place: it is set for nearly
+  // every tag of a file.
+  char open_property_[kMaxTagBytes];
+  size_t open_property_size_ = 0;
+  std::string_view OpenProperty() const { return {open_property_, open_property_size_}; }
   int32_t previous_uid_ = -1;
   uint32_t idx_ = 1;
   uint32_t seq_ = 1;
@@ -223,6 +242,16 @@ StreamPassOutcome Pass::Run(ByteWindow* window, int64_t file_length) {
     if (found == ByteWindow::kEnd) break;  // a tag cut off by the end of the file
     uint64_t tag_end = found == ByteWindow::kFound ? gt : tag_start + kMaxTagBytes;
     cursor = found == ByteWindow::kFound ? gt + 1 : tag_end;
+    if (found == ByteWindow::kFound &&
+        TakesWholeProperty(
+            std::string_view(window->At(tag_start), static_cast<size_t>(gt - tag_start)))) {
+      uint64_t after;
+      if (TakeWholeProperty(window, lt, gt, &after)) {
+        cursor = after;
+        position_ = cursor;
+        continue;
+      }
+    }
     position_ = cursor;
     HandleTag(std::string_view(window->At(tag_start), static_cast<size_t>(tag_end - tag_start)),
               std::string_view(window->At(text_start), static_cast<size_t>(lt - text_start)), lt);
@@ -271,7 +300,7 @@ void Pass::HandleTag(std::string_view tag, std::string_view text, uint64_t tag_o
     Fault("Encountered element tag before encountering a root element start tag");
   if (root_end_seen_)
     Fault("Encountered element tag after already encountering a root element end tag");
-  if (!open_property_.empty()) {
+  if (open_property_size_ != 0) {
     Fault("Encountered element start tag nested within a property (" + std::string(tag) + ")");
   }
   if (is_end) {
@@ -421,27 +450,54 @@ void Pass::HandleProperty(std::string_view tag, std::string_view name, bool is_e
   if (!in_element_) Fault("Encountered property tag (" + std::string(tag) + ") outside an element");
   if (mode_ == 2) return;
   if (is_end) {
-    if (name != open_property_) {
+    if (name != OpenProperty()) {
       Fault("Encountered property end tag (" + std::string(tag) +
-            ") that does not match previous property start tag (" + open_property_ + ")");
+            ") that does not match previous property start tag (" + std::string(OpenProperty()) +
+            ")");
     }
-    open_property_.clear();
-    if (building_ && (!field_filtered_ || options_.field_filter->count(name) > 0)) {
-      if (ScanFor(text.data(), text.data() + text.size(), '&') == nullptr) {
-        target_->SetRowProperty(name, text);  // nothing to unescape
-      } else {
-        value_scratch_.assign(text);
-        UnescapeIndexText(&value_scratch_);
-        target_->SetRowProperty(name, value_scratch_);
-      }
-    }
+    open_property_size_ = 0;
+    StoreProperty(name, text);
     return;
   }
-  if (!open_property_.empty()) {
+  if (open_property_size_ != 0) {
     Fault("Encountered property start tag (" + std::string(tag) +
-          ") nested within another property (" + open_property_ + ")");
+          ") nested within another property (" + std::string(OpenProperty()) + ")");
   }
-  open_property_.assign(tag);
+  // A tag never holds more than kMaxTagBytes.
+  open_property_size_ = std::min(tag.size(), sizeof open_property_);
+  std::memcpy(open_property_, tag.data(), open_property_size_);
+}
+
+void Pass::StoreProperty(std::string_view name, std::string_view text) {
+  if (!building_ || (field_filtered_ && options_.field_filter->count(name) == 0)) return;
+  if (ScanFor(text.data(), text.data() + text.size(), '&') == nullptr) {
+    target_->SetRowProperty(name, text);  // nothing to unescape
+  } else {
+    UnescapeIndexText(text, &value_scratch_);
+    target_->SetRowProperty(name, value_scratch_);
+  }
+}
+
+bool Pass::TakeWholeProperty(ByteWindow* window, uint64_t lt, uint64_t gt, uint64_t* after) {
+  const uint64_t name_start = lt + 1;
+  const uint64_t name_size = gt - name_start;
+  const uint64_t value_start = gt + 1;
+  // The window keeps everything from the start tag on while it reads ahead.
+  uint64_t end_lt;
+  if (window->Find('<', value_start, lt, kNoLimit, &end_lt) != ByteWindow::kFound) return false;
+  uint64_t end_gt;
+  if (window->Find('>', end_lt + 1, lt, end_lt + 1 + kMaxTagBytes + 1, &end_gt) !=
+      ByteWindow::kFound) {
+    return false;
+  }
+  if (end_gt - end_lt != name_size + 2) return false;
+  const char* end_tag = window->At(end_lt + 1);
+  const char* name = window->At(name_start);
+  if (end_tag[0] != '/' || std::memcmp(end_tag + 1, name, name_size) != 0) return false;
+  StoreProperty(std::string_view(name, name_size),
+                std::string_view(window->At(value_start), end_lt - value_start));
+  *after = end_gt + 1;
+  return true;
 }
 
 }  // namespace

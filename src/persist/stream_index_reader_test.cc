@@ -396,6 +396,53 @@ TEST(StreamIndexReaderTest, TruncatedAndBitFlippedFilesNeverReadOutOfBounds) {
   }
 }
 
+// Properties are read whole where nothing could fault; each document here
+// also needs the tag-by-tag reading, through buffers small enough to make
+// the look ahead refill and grow the window.
+TEST(StreamIndexReaderTest, WholePropertiesReadAsTagByTag) {
+  const std::string end = "</BASEELEMENT>\r\n";
+  const std::string row = "<ELEMENT ID=\"a\" UID=\"1\">";
+  struct Case {
+    std::string body;
+    std::map<std::string, std::string> props;
+    std::string fault;
+  };
+  const std::vector<Case> cases = {
+      {"<P x=\"1\">v</P x=\"1\"><R>a&gt;b>c</R><E></E><S>&lt;x&gt; &amp;&#65;</S>",
+       {{"ID", "a"}, {"UID", "1"}, {"P x=\"1\"", "v"}, {"R", "a>b>c"}, {"E", ""}, {"S", "<x> &A"}},
+       ""},
+      // A mismatched end tag still stores the value, under its own name.
+      {"<S>x</S ><T>y</T>",
+       {{"ID", "a"}, {"UID", "1"}, {"S ", "x"}, {"T", "y"}},
+       "Encountered property end tag (/S ) that does not match previous property start tag (S)"},
+      {"<Q/><T>y</T>",
+       {{"ID", "a"}, {"UID", "1"}, {"T", "y"}},
+       "Encountered property start tag (T) nested within another property (Q/)"},
+      {"<T>y<!-- c --></T>",
+       {{"ID", "a"}, {"UID", "1"}, {"T", ""}},
+       "Encountered property start tag (!-- c --) nested within another property (T)"},
+  };
+  for (const Case& c : cases) {
+    const std::string xml = Header(9) + row + c.body + "</ELEMENT>" + end;
+    for (size_t buffer : {0u, 1u, 5u, 64u}) {
+      FakeTarget t;
+      StreamPassOutcome out;
+      PieceSource source(xml, 3);
+      if (buffer == 0) {
+        out = Pass(xml, &t);
+      } else {
+        StreamPassOptions o;
+        o.file_length = static_cast<int64_t>(xml.size());
+        out = RunStreamIndexPass(&source, buffer, o, &t);
+      }
+      EXPECT_EQ(out.fault, c.fault) << c.body << " / " << buffer;
+      ASSERT_EQ(t.by_uid.size(), 1u) << c.body << " / " << buffer;
+      EXPECT_EQ(t.ById("a").props, c.props) << c.body << " / " << buffer;
+      EXPECT_EQ(t.ById("a").length, xml.size() - end.size() - Header(9).size());
+    }
+  }
+}
+
 TEST(IndexTextTest, UnescapeReferencesAndEntities) {
   auto u = [](std::string s) {
     UnescapeIndexText(&s);
@@ -410,6 +457,14 @@ TEST(IndexTextTest, UnescapeReferencesAndEntities) {
   EXPECT_EQ(u("&amp;lt; &lt;&gt; &quot;&apos;"), "&lt; <> &quot;&apos;");
   EXPECT_EQ(u("&#38;lt;"), "<");
   EXPECT_EQ(u(""), "");
+  // Reading from the file's bytes into a buffer gives the same as in place.
+  std::string out = "stale";
+  for (std::string text :
+       {"", "plain", "&", "a&", "&lt", "&am;", "&&lt;&&gt;&", "&amp;lt; &lt;&gt; x", "&lt;&#65;",
+        "&#38;#65; &gt;", "&quot;&apos;&AMP;"}) {
+    UnescapeIndexText(text, &out);
+    EXPECT_EQ(out, u(text)) << text;
+  }
 }
 
 TEST(IndexTextTest, LastUidForms) {

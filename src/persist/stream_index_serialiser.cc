@@ -247,7 +247,9 @@ int StreamXMLStoreIndexSerialiser::DeserialiseKeysOrBetter(
     uint32_t first_modified = index->FirstModifiedUID;
     persist::StreamPassOutcome outcome;
     {
-      persist::IndexLoadTarget target(index, folder);
+      // About 500 bytes a row in a typical message folder.
+      const size_t expected_rows = static_cast<size_t>(std::max<int64_t>(file_length, 0) / 512);
+      persist::IndexLoadTarget target(index, folder, expected_rows);
       outcome = persist::RunStreamIndexPass(stream, buffer_size, options, &target);
     }
     index->FirstModifiedUID = first_modified;
