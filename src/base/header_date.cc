@@ -1,4 +1,5 @@
 // NormaliseHeaderDate: a message's Date header to "YYYY-MM-DDTHH:MM:SS".
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -26,6 +27,44 @@ struct HeaderFields {
   char zone[kFieldSize] = {};
 };
 
+// Copies text into out as snprintf("%s") would: cut to out_size - 1 bytes
+// and terminated. Dates are normalised once per header, so this runs often.
+void CopyTerminated(const char* text, char* out, size_t out_size) {
+  const size_t n = std::min(std::strlen(text), out_size - 1);
+  std::memcpy(out, text, n);
+  out[n] = '\0';
+}
+
+// "%04d-%02d-%02dT%02d:%02d:%02d" for fields already in range (a year of
+// 0-9999, the others 0-99), without the cost of a format string.
+void FormatIsoFields(const platform::LocalFields& t, char* out) {
+  auto put = [&out](int32_t value, int digits) {
+    for (int i = digits - 1; i >= 0; --i) {
+      out[i] = static_cast<char>('0' + value % 10);
+      value /= 10;
+    }
+    out += digits;
+  };
+  put(t.year, 4);
+  *out++ = '-';
+  put(t.month, 2);
+  *out++ = '-';
+  put(t.day, 2);
+  *out++ = 'T';
+  put(t.hour, 2);
+  *out++ = ':';
+  put(t.minute, 2);
+  *out++ = ':';
+  put(t.second, 2);
+  *out = '\0';
+}
+
+bool InFormatRange(const platform::LocalFields& t) {
+  auto two = [](int32_t v) { return v >= 0 && v <= 99; };
+  return t.year >= 0 && t.year <= 9999 && two(t.month) && two(t.day) && two(t.hour) &&
+         two(t.minute) && two(t.second);
+}
+
 // Cuts the tokens of a header date; false as soon as a delimiter is missing.
 bool CutFields(const char* date, HeaderFields* f) {
   const char* p = date;
@@ -49,7 +88,7 @@ bool CutFields(const char* date, HeaderFields* f) {
     if (p == nullptr) return false;
   }
   if (std::strchr(p, ' ') == nullptr) {
-    std::snprintf(f->zone, kFieldSize, "%s", p);
+    CopyTerminated(p, f->zone, kFieldSize);
   } else {
     GetXMLDataEx(p, "", " ", f->zone, kFieldSize);
   }
@@ -110,7 +149,9 @@ void NormaliseHeaderDate(const char* date, char* out, size_t out_size) {
   if (valid) valid = t <= kLatestSecond && platform::LocalTimeOf(t, &local);
 
   char text[128];
-  if (valid) {
+  if (valid && InFormatRange(local)) {
+    FormatIsoFields(local, text);
+  } else if (valid) {
     std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", local.year, local.month,
                   local.day, local.hour, local.minute, local.second);
   } else {
@@ -120,7 +161,7 @@ void NormaliseHeaderDate(const char* date, char* out, size_t out_size) {
     std::snprintf(text, sizeof text, "%4d-%02d-%02dT%02d:%02d:%02d", shown_year,
                   month >= 1 && month <= 12 ? month : 1, day, hour, minute, second);
   }
-  std::snprintf(out, out_size, "%s", text);
+  CopyTerminated(text, out, out_size);
 }
 
 }  // namespace qaaisp

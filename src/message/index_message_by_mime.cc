@@ -246,11 +246,15 @@ class LeafFacts : public LeafVisitor {
     // The method is a parameter, so the part's whole Content-Type is read.
     std::string content_type;
     GetHeaderValue(leaf.header, kNoHeaderEnd, "Content-Type", &content_type);
-    MessagePart part;
-    ReadHeaderFields(leaf.header, &part);
-    part.Body.assign(leaf.body);
+    // Only a reply's class depends on the body (the attendee's answer), so
+    // no other method costs a decode of it.
     std::string text;
-    DecodePart(&part, &text, true);
+    if (!HoldsNoCase(content_type, "REQUEST") && HoldsNoCase(content_type, "REPLY")) {
+      MessagePart part;
+      ReadHeaderFields(leaf.header, &part);
+      part.Body.assign(leaf.body);
+      DecodePart(&part, &text, true);
+    }
     ApplyCalendarClass(content_type, text, info_);
   }
 
