@@ -200,6 +200,21 @@ TEST_F(FolderRescanTest, FilesChangedBehindTheIndexAreReconciled) {
   EXPECT_EQ(status_calls_.back().details.Flagged, 1);
 }
 
+// The marks between "Z" and "a" sort below the letters, as names are
+// compared folded to lower case; long shared beginnings and names that
+// differ only in case still order the same in every process.
+TEST_F(FolderRescanTest, NewFilesTakeTheirUidsInFoldedNameOrder) {
+  for (const char* name : {"aC.MAI", "x.MAI", "AB2.MAI", "a_b.MAI", "pppppppppppppppp1.MAI",
+                           "ab.MAI", "X.MAI", "A[.MAI", "PPPPPPPPPPPPPPPP0.MAI", "aA.MAI"}) {
+    Put(name, Message(name));
+  }
+  SORTEDSTOREINDEXTYPE index;
+  EXPECT_EQ(Scan(&index), 1);
+  EXPECT_THAT(SavedRows(), ElementsAre("A[.MAI:1", "a_b.MAI:2", "aA.MAI:3", "ab.MAI:4", "AB2.MAI:5",
+                                       "aC.MAI:6", "PPPPPPPPPPPPPPPP0.MAI:7",
+                                       "pppppppppppppppp1.MAI:8", "X.MAI:9", "x.MAI:10"));
+}
+
 TEST_F(FolderRescanTest, UnreadableFilesHeldAccessAndAnEmptiedFolder) {
   // No block file can be had in a folder that is not there: nothing is done.
   SORTEDSTOREINDEXTYPE index;

@@ -144,6 +144,49 @@ TEST_F(PosixEnvTest, WholeFileWriteIsAtomicAndLeavesNoTemporary) {
   EXPECT_EQ(entries.size(), 1u);
 }
 
+// The backend's one-open read and the portable form every other Env gets
+// must give the same bytes, size, time and errors.
+TEST_F(PosixEnvTest, WholeFileReadsAgreeWithTheOpenAndFileCalls) {
+  EnvWrapper portable(env);  // takes the default, OpenFile-based read
+  ReadBuffer buffer;
+  ASSERT_TRUE(WriteWholeFileAtomic(env, dir.Sub("big"), std::string(70000, 'x') + "end"));
+  ASSERT_TRUE(WriteWholeFileAtomic(env, dir.Sub("small"), "abc"));
+  ASSERT_TRUE(WriteWholeFileAtomic(env, dir.Sub("empty"), ""));
+  for (Env* reader : {env, static_cast<Env*>(&portable)}) {
+    SCOPED_TRACE(reader == env ? "backend" : "portable");
+    // Larger, smaller and empty files one after the other through one buffer.
+    for (const char* name : {"big", "small", "empty", "big"}) {
+      FileInfo info;
+      FileInfo stat;
+      ASSERT_TRUE(reader->ReadFileWhole(dir.Sub(name), ShareMode::kShareReadWrite, &buffer, &info));
+      std::string whole;
+      ASSERT_TRUE(ReadWholeFile(env, dir.Sub(name), &whole));
+      EXPECT_EQ(buffer.view(), whole) << name;
+      ASSERT_TRUE(env->Stat(dir.Sub(name), &stat));
+      EXPECT_TRUE(info.exists);
+      EXPECT_EQ(info.size, whole.size());
+      EXPECT_EQ(info.write_time.ticks(), stat.write_time.ticks());
+    }
+    FileInfo info;
+    EXPECT_FALSE(reader->ReadFileWhole(dir.Sub("none"), ShareMode::kShareRead, &buffer, &info));
+    EXPECT_EQ(LastError(), kErrorFileNotFound);
+    EXPECT_FALSE(reader->ReadFileWhole(dir.path(), ShareMode::kShareRead, &buffer, &info));
+    EXPECT_EQ(LastError(), kErrorAccessDenied);
+    // A writer's exclusive hold shuts a shared read out, but not an unshared one.
+    {
+      auto held = Open(dir.Sub("small"), ShareMode::kShareNone, true);
+      ASSERT_NE(held, nullptr);
+      EXPECT_FALSE(reader->ReadFileWhole(dir.Sub("small"), ShareMode::kShareRead, &buffer, &info));
+      EXPECT_EQ(LastError(), kErrorSharingViolation);
+      EXPECT_TRUE(reader->ReadFileWhole(dir.Sub("small"), ShareMode::kShareAny, &buffer, &info));
+      EXPECT_EQ(buffer.view(), "abc");
+    }
+  }
+  buffer.Release();
+  EXPECT_EQ(buffer.capacity(), 0u);
+  EXPECT_TRUE(buffer.view().empty());
+}
+
 TEST(Win32ErrorTest, LastErrorIsPerThread) {
   SetLastErrorCode(32);
   std::thread([] {
