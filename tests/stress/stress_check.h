@@ -11,6 +11,12 @@
 
 namespace qaaisp::stress {
 
+// Workers sleep a twentieth of the library's polling second.
+inline constexpr const char* kSleepScale = "0.05";
+// A block-file wait gives up and breaks the lock after 61 polls: an
+// operation that took longer than that may have broken a live holder's lock.
+inline constexpr int64_t kLockBreakNs = 61 * 50'000'000LL;
+
 // One process as the driver saw it.
 struct WorkerRun {
   int worker = 0;
@@ -19,6 +25,7 @@ struct WorkerRun {
   bool killed = false;
   bool replacement = false;  // started in place of a killed one
   int64_t reaped_at = 0;     // CLOCK_MONOTONIC ns when its end was seen
+  int64_t last_logged = 0;   // filled by the check
 };
 
 // The folder after the run, as the verifying load printed it.
@@ -40,13 +47,18 @@ struct Counts {
   int ops = 0, deliveries = 0, updates = 0, removals = 0, opens = 0, commits = 0, scans = 0;
   int failed_ops = 0;
   int kills = 0;
-  int interrupted = 0;            // operations a kill cut short
-  int lost_by_older_commit = 0;   // acknowledged updates an older load saved over
-  int lost_by_crash = 0;          // acknowledged updates lost to a kill
-  int lastuid_drops_allowed = 0;  // LastUID lowered by an older load's save or a rebuild
-  int load_failures = 0;          // "Failed to deserialise index" reports
-  int unindexed_after_kill = 0;   // files of deliveries a kill cut short
+  int interrupted = 0;                    // operations a kill cut short
+  int lost_by_older_commit = 0;           // acknowledged updates an older load saved over
+  int lost_by_crash = 0;                  // acknowledged updates lost to a kill
+  int lastuid_drops_by_older_commit = 0;  // LastUID lowered by an older load's save
+  int lastuid_drops_by_crash = 0;         // LastUID lowered by a rebuild after a kill
+  int load_failures = 0;                  // "Failed to deserialise index" reports
+  int lock_breaks = 0;                    // operations that waited past the block limit
+  int lost_by_lock_break = 0;             // acknowledged updates lost to a broken lock
+  int load_failures_explained = 0;
+  int unindexed_after_kill = 0;  // files of deliveries a kill cut short
   int stale_rows = 0;
+  int failed_opens_after_kill = 0;  // first opens of replacement processes
   std::vector<std::string> violations;
 
   std::string Summary() const;
@@ -55,6 +67,6 @@ struct Counts {
 FinalState ParseFinalState(const std::string& verify_output);
 
 // Checks everything; counts and violations go into the result.
-Counts Check(const std::vector<WorkerRun>& runs, const FinalState& final_state);
+Counts Check(std::vector<WorkerRun> runs, const FinalState& final_state);
 
 }  // namespace qaaisp::stress

@@ -6,6 +6,8 @@
 //   E <ns> <op> <id> <result> <save> <load>   it ended (save and load only
 //                                              for commits through an index)
 //   L <ns before> <ns after> <LastUID>        LastUID read from the file
+//   R <ns> <count>                            index loads that failed during
+//                                              the last operation
 //
 // Times are CLOCK_MONOTONIC nanoseconds, comparable between processes.
 //
@@ -86,6 +88,7 @@ class Worker {
     // A fresh process opens first: after a kill, this is the open that
     // must find the folder usable again.
     Open();
+    NoteLoadFailures();
     for (int i = 1; i < ops; ++i) {
       const int pick = Pick(100);
       if (pick < 28) {
@@ -102,6 +105,7 @@ class Worker {
         Scan();
       }
       SampleLastUid();
+      NoteLoadFailures();
     }
   }
 
@@ -216,6 +220,29 @@ class Worker {
     }
   }
 
+  // Load failures are reported to the event log; counting them after each
+  // operation ties them to a moment of the run.
+  void NoteLoadFailures() {
+    static const char* const events = std::getenv("QAAISP_EVENT_LOG");
+    if (!events || !*events) return;
+    FILE* f = std::fopen(events, "rb");
+    if (!f) return;
+    std::string added;
+    if (std::fseek(f, events_seen_, SEEK_SET) == 0) {
+      char buffer[4096];
+      size_t n = 0;
+      while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) added.append(buffer, n);
+    }
+    std::fclose(f);
+    events_seen_ += static_cast<long>(added.size());
+    int failures = 0;
+    for (size_t at = 0; (at = added.find("Failed to deserialise index", at)) != std::string::npos;
+         ++at) {
+      ++failures;
+    }
+    if (failures) log_->Line("R " + std::to_string(Now()) + " " + std::to_string(failures));
+  }
+
   // Reads LastUID from the head of the index file, as another reader would
   // see it; a file caught mid-rewrite gives no sample.
   void SampleLastUid() {
@@ -227,11 +254,16 @@ class Worker {
     std::fclose(f);
     const int64_t after = Now();
     head[n] = '\0';
-    const char* at = std::strstr(head, "LASTUID=\"x");
-    if (!at || std::strlen(at) < 19 || at[18] != '"') return;
+    // "x" and eight hexadecimal digits from the stream writer; plain decimal
+    // from the document writer.
+    const char* at = std::strstr(head, "LASTUID=\"");
+    if (!at) return;
+    at += 9;
+    const bool hex = *at == 'x';
+    if (hex) ++at;
     char* end = nullptr;
-    unsigned long uid = std::strtoul(at + 10, &end, 16);
-    if (end != at + 18) return;
+    const unsigned long uid = std::strtoul(at, &end, hex ? 16 : 10);
+    if (end == at || *end != '"') return;
     log_->Line("L " + std::to_string(before) + " " + std::to_string(after) + " " +
                std::to_string(uid));
   }
@@ -246,6 +278,7 @@ class Worker {
   StoreIndex* index_;
   int sequence_ = 0;
   int64_t loaded_at_ = 0;
+  long events_seen_ = 0;
   std::vector<std::string> indexed_;  // delivered and acknowledged
   std::vector<std::string> unsure_;   // on disk, but the insert was not acknowledged
 };
