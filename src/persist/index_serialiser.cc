@@ -221,9 +221,12 @@ bool LoadIndexForClass(SORTEDSTOREINDEXTYPE* index, StoreIndex* lock_owner,
                        only_if_unloaded, lock_held, mode, verify_files, false, false, false, true);
 }
 
-int SaveIndexFile(SORTEDSTOREINDEXTYPE* index, const std::string& folder, int32_t item_class) {
+int SaveIndexFile(SORTEDSTOREINDEXTYPE* index, const std::string& folder, int32_t item_class,
+                  bool* written) {
   std::unique_ptr<StoreIndexSerialiser> serialiser = CreateIndexSerialiser();
-  if (serialiser->Serialise(index, folder, item_class) == 1) {
+  const bool ok = serialiser->Serialise(index, folder, item_class) == 1;
+  if (written) *written = ok;
+  if (ok) {
     index->FirstModifiedUID = 0;
     index->FullRewriteRequired = false;
     platform::FileInfo info;

@@ -107,8 +107,10 @@ bool LoadIndexForClass(SORTEDSTOREINDEXTYPE* index, StoreIndex* lock_owner,
                        bool report_failures, bool keep);
 // Saves through the chosen writer. On success the modification marks are
 // cleared and IndexFileDate is read back from the file. Always gives 1: the
-// writer has reported any failure itself.
-int SaveIndexFile(SORTEDSTOREINDEXTYPE* index, const std::string& folder, int32_t item_class);
+// writer has reported any failure itself. written, if given, says whether
+// the writer succeeded.
+int SaveIndexFile(SORTEDSTOREINDEXTYPE* index, const std::string& folder, int32_t item_class,
+                  bool* written = nullptr);
 // Whether "_index.xml" is in the folder (for every class, groups included).
 bool IndexFileExists(const std::string& folder, int32_t item_class);
 

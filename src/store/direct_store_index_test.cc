@@ -210,5 +210,34 @@ TEST_F(DirectStoreIndexTest, AnyFailedFileCallLeavesTheFolderRecoverable) {
   }
 }
 
+// A removal alone writes tombstones and sets no other mark, so only the
+// writer's result tells that it failed; the folder must be marked then.
+TEST_F(DirectStoreIndexTest, ARemovalWhoseTombstoneFailsMarksTheFolder) {
+  testing::FaultInjectionEnv faults;
+  ScopedDefaultEnv use_faults(&faults);
+  int tombstone_write = 0;
+  for (const char* mailbox : {"clean", "failing"}) {
+    const std::string folder = Folder("Inbox", mailbox);
+    WriteFile(folder + "/_index.xml",
+              IndexText(2, {{"1.MAI", 1, "\\Seen", 10}, {"2.MAI", 2, "", 20}}));
+    faults.Reset();
+    faults.FailAt(tombstone_write);
+    const int result = Direct_StoreIndex_RemoveItem("po", mailbox, "Inbox", "1.MAI");
+    faults.FailAt(0);
+    if (tombstone_write == 0) {
+      EXPECT_EQ(result, 1);
+      EXPECT_FALSE(Exists(folder + "/_CHANGE.DTY"));
+      const std::vector<std::string> log = faults.log();
+      for (size_t i = 0; i < log.size() && tombstone_write == 0; ++i) {
+        if (log[i] == "write:" + folder + "/_index.xml") tombstone_write = static_cast<int>(i) + 1;
+      }
+      ASSERT_GT(tombstone_write, 0);
+      continue;
+    }
+    EXPECT_EQ(result, 0);
+    EXPECT_TRUE(Exists(folder + "/_CHANGE.DTY"));
+  }
+}
+
 }  // namespace
 }  // namespace qaaisp

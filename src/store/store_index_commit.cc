@@ -45,12 +45,13 @@ void CopyText(const IndexItemPropertyContainer& row, const char* name, char* out
   row.GetText(name, out, size);
 }
 
-// Runs the chosen writer. SaveIndexFile reports success whatever the writer
-// did, but clears the table's modification marks only when the write went
-// through, so marks still set after it mean the file lacks these changes.
+// Runs the chosen writer and tells whether the file took the changes.
+// SaveIndexFile itself reports success whatever the writer did; the marks it
+// leaves cannot tell either, since a save of removals alone sets none.
 bool SaveRows(StoreIndex* index, const std::string& path) {
-  SaveIndexFile(&index->table, path, index->item_class);
-  return index->table.FirstModifiedUID == 0 && !index->table.FullRewriteRequired;
+  bool written = false;
+  SaveIndexFile(&index->table, path, index->item_class, &written);
+  return written;
 }
 
 // The save under the block file.
