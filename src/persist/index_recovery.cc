@@ -47,6 +47,10 @@ bool RestoreIndexBackup(const std::string& folder) {
   DeleteWithRetry(index, true, kRestoreDeleteAttempts);
   bool restored = Env()->CopyFileTo(backup, index, false);
   uint32_t error = platform::LastError();
+  // A folder left with neither file would be rebuilt from its messages
+  // alone, flags lost, though the backup is still there: the damaged file
+  // goes back, so that the next load tries the backup again.
+  if (!restored && !platform::FileExists(Env(), index)) Env()->RenamePath(bad, index, false);
   SetAllTimesToNow(index);
   platform::SetLastErrorCode(restored ? platform::kErrorSuccess : error);
   return restored;

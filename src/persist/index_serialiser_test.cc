@@ -429,6 +429,24 @@ TEST_F(SerialiserTest, RestoreAndQuarantineMoveTheFiles) {
   EXPECT_EQ(env_.sleep_count(), 0);
 }
 
+// A backup that cannot be copied into place leaves the damaged file where
+// it was, so the next load tries the backup again instead of starting over
+// from the item files.
+TEST_F(SerialiserTest, ARestoreThatCannotCopyPutsTheDamagedFileBack) {
+  WriteIndex("bad");
+  WriteFile(Path("_index.xml.bak"), "good");
+  qaaisp::testing::FaultInjectionEnv faults;
+  qaaisp::testing::ScopedDefaultEnv use_faults(&faults);
+  faults.FailAt(4);  // delete .bad, copy to .bad, delete, copy the backup
+  EXPECT_FALSE(persist::RestoreIndexBackup(folder_));
+  faults.FailAt(0);
+  EXPECT_EQ(faults.log()[3], "copy:" + Path("_index.xml.bak") + ">" + Path("_index.xml"));
+  EXPECT_EQ(ReadFile(Path("_index.xml")), "bad");
+  EXPECT_EQ(ReadFile(Path("_index.xml.bak")), "good");
+  EXPECT_TRUE(persist::RestoreIndexBackup(folder_));
+  EXPECT_EQ(ReadFile(Path("_index.xml")), "good");
+}
+
 // A member whose hooks fail as asked.
 class FailingSerialiser : public StoreIndexSerialiser {
  public:
