@@ -103,7 +103,14 @@ bool WriteFolderStatusFile(platform::Env* env, const std::string& path,
   std::unique_ptr<platform::File> file = env->OpenFile(path, options);
   if (!file || !file->WriteAt(0, bytes, sizeof bytes) ||
       (file->Size() > static_cast<int64_t>(sizeof bytes) && !file->Truncate(sizeof bytes))) {
-    TraceWriteFailure(path, platform::LastError());
+    const uint32_t error = platform::LastError();
+    // A write that stopped half-way leaves a record of old and new fields
+    // that would read as valid; no record at all reads as zeros.
+    if (file) {
+      file.reset();
+      env->RemoveFile(path);
+    }
+    TraceWriteFailure(path, error);
     return false;
   }
   return true;

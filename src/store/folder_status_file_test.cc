@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/library_settings.h"
+#include "platform/win32_error.h"
 #include "test_env.h"
 
 namespace qaaisp {
@@ -106,6 +107,19 @@ TEST(FolderStatusFileTest, UnreadableFilesGiveZeros) {
   EXPECT_EQ(d.Reserved0, 0);
 
   EXPECT_FALSE(WriteFolderStatusFile(env, dir.Sub("missing/_FOLDER.DAT"), d));
+}
+
+TEST(FolderStatusFileTest, ARecordWrittenInPartIsDeleted) {
+  TempDir dir;
+  const std::string path = dir.Sub("_FOLDER.DAT");
+  testing::FaultInjectionEnv faults;
+  WriteFile(path, Bytes(Record(5, 2)));
+  faults.FailAt(2, platform::kErrorDiskFull, testing::FaultInjectionEnv::Fault::kShortWrite);
+  EXPECT_FALSE(WriteFolderStatusFile(&faults, path, Record(9, 9)));
+  EXPECT_FALSE(testing::Exists(path));
+  FolderDetails back = Record(1, 1);
+  ReadFolderStatusFile(&faults, path, &back);
+  EXPECT_EQ(back.Total, 0);
 }
 
 TEST(FolderStatusFileTest, CachedStatusExportsFindTheFolderByName) {
