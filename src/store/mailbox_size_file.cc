@@ -79,7 +79,11 @@ bool AdjustSizeFile(platform::Env* env, const std::string& path, int64_t delta) 
   char text[24];
   auto [end, ec] = std::to_chars(text, text + sizeof text, static_cast<uint64_t>(size));
   size_t length = static_cast<size_t>(end - text);
-  return file->WriteAt(0, text, length) && file->Truncate(length);
+  if (file->WriteAt(0, text, length) && file->Truncate(length)) return true;
+  // A figure written in part is a wrong figure: none is measured afresh.
+  file.reset();
+  env->RemoveFile(path);
+  return false;
 }
 
 std::string MailboxSizeFilePath(const std::string& postoffice, const std::string& mailbox) {

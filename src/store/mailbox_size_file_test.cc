@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/library_settings.h"
+#include "platform/win32_error.h"
 #include "test_env.h"
 
 namespace qaaisp {
@@ -49,6 +50,22 @@ TEST(MailboxSizeFileTest, AFileThatCannotBeUpdatedIsDeletedNotGuessed) {
     EXPECT_FALSE(AdjustSizeFile(env, path, 5));
   }
   EXPECT_EQ(ReadFile(path), "10");
+}
+
+TEST(MailboxSizeFileTest, AFigureWrittenInPartIsDeleted) {
+  TempDir dir;
+  const std::string path = dir.Sub("_DIRSIZE.TMP");
+  testing::FaultInjectionEnv faults;
+  for (const auto fault : {testing::FaultInjectionEnv::Fault::kShortWrite,
+                           testing::FaultInjectionEnv::Fault::kError}) {
+    for (int call = 2; call <= 3; ++call) {  // the write, then the truncation
+      WriteFile(path, "1000");
+      faults.Reset();
+      faults.FailAt(call, platform::kErrorDiskFull, fault);
+      EXPECT_FALSE(AdjustSizeFile(&faults, path, 234)) << call;
+      EXPECT_FALSE(Exists(path)) << call;
+    }
+  }
 }
 
 TEST(MailboxSizeFileTest, UpdatesTheMailboxAndTheFolderFiles) {
