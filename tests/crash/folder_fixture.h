@@ -40,6 +40,12 @@ struct RunTally {
 };
 
 class FolderFixture : public ::testing::Test {
+ public:
+  std::string Inbox() const { return run_root_ + "/po/MAILROOT/box/Inbox"; }
+  std::string MailboxDir() const { return run_root_ + "/po/MAILROOT/box"; }
+  // Opens the folder as a server does and lets it go; gives the open's result.
+  int OpenAndRelease();
+
  protected:
   static constexpr int kMessages = 24;
   static constexpr const char* kPostoffice = "po";
@@ -58,8 +64,6 @@ class FolderFixture : public ::testing::Test {
   void FreshCopy();
 
   std::string TemplateInbox() const { return template_.Sub("po/MAILROOT/box/Inbox"); }
-  std::string Inbox() const { return run_root_ + "/po/MAILROOT/box/Inbox"; }
-  std::string MailboxDir() const { return run_root_ + "/po/MAILROOT/box"; }
 
   static std::string Message(int n);
 
@@ -79,8 +83,8 @@ class FolderFixture : public ::testing::Test {
   std::string CheckRecovered(const ExpectedFolder& expected, RunTally* tally);
 
   // Runs prepare and op on a fresh copy with nothing failing; gives what op
-  // is meant to do, with the number of counted file-system calls it made
-  // and their names.
+  // is meant to do to the folder as it was before prepare, with the number of counted file-system
+  // calls it made and their names.
   ExpectedFolder CleanRun(const std::function<void()>& prepare, const std::function<void()>& op,
                           int* calls, std::vector<std::string>* log = nullptr);
 
@@ -90,6 +94,9 @@ class FolderFixture : public ::testing::Test {
                              const std::function<void()>& op);
 
   bool ChangeFlagExists() const;
+  // Whether the index file loads as it stands but lacks a row for a message
+  // file or has one for a file that is gone.
+  bool IndexOutOfStepWithFiles();
 
   testing::TempDir template_;
   testing::TempDir runs_;
