@@ -164,6 +164,23 @@ TEST_F(StoreIndexCommitTest, AFileRewrittenUnderATransactionMarksTheFolderDirty)
   EXPECT_EQ(d.Total, 2);
 }
 
+TEST_F(StoreIndexCommitTest, ASaveFromAnOlderLoadNeverLowersLastUid) {
+  SetInsertFromFileRoutine(InsertRowWithFileSize);
+  WriteFile(inbox_ + "/3.MAI", std::string(30, 'x'));
+  auto index = OpenableIndex("Inbox");
+  ASSERT_EQ(qaaisp::StoreIndex_Open(index.get(), kOpenFullCheck), 1);
+  // Another process delivers up to UID 9 after this load.
+  RewriteInChildProcess(inbox_ + "/_index.xml",
+                        IndexText(9, {{"1.MAI", 1, "", 10}, {"9.MAI", 9, "", 90}}));
+  ASSERT_EQ(qaaisp::StoreIndex_InsertItem(index.get(), "3.MAI", 0), 1);
+
+  EXPECT_EQ(qaaisp::StoreIndex_Commit(index.get()), 1);
+  // The older rows go out as they were, with the folder marked for a
+  // re-scan, but UIDs up to 9 have been handed out and stay spent.
+  EXPECT_EQ(ReadFile(inbox_ + "/_index.xml").substr(0, 33), "<BASEELEMENT LASTUID=\"x00000009\">");
+  EXPECT_TRUE(Exists(inbox_ + "/_CHANGE.DTY"));
+}
+
 TEST_F(StoreIndexCommitTest, LockAndLoadNeedsAPostofficeAndAReachableFolder) {
   StoreIndex index;
   qaaisp::StoreIndex_Init(&index);
