@@ -3,6 +3,7 @@
 // index, and read its row count.
 #include <new>
 
+#include "exports/caller_names.h"
 #include "index/index_item.h"
 #include "index/store_index.h"
 #include "qaaisp/qaaisp.h"
@@ -25,7 +26,12 @@ void IndexItem_Delete(IndexItem* item) { delete item; }
 
 int StoreIndex_SetNames(StoreIndex* ix, const char* po, const char* mbox, const char* folder,
                         int itemClass) {
-  if (!ix) return 0;
+  // A C caller passes "" for the inbox; null, an over-long name or one that
+  // climbs out is refused, and the names stay as they were.
+  if (!ix || !qaaisp::IsPlainName(po) || !qaaisp::IsPlainName(mbox) ||
+      !qaaisp::IsContainedPath(folder)) {
+    return 0;
+  }
   qaaisp::SetStoreIndexNames(ix, po, mbox, folder, itemClass);
   return 1;
 }

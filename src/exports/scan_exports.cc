@@ -1,4 +1,5 @@
 // Folder re-scan export.
+#include "exports/caller_names.h"
 #include "message/folder_rescan.h"
 #include "qaaisp/qaaisp.h"
 #include "store/rescan_wiring.h"
@@ -6,7 +7,7 @@
 extern "C" {
 
 int ScanFolders(const char* folderPath) {
-  if (!folderPath) return 0;
+  if (!qaaisp::IsContainedPath(folderPath)) return 0;
   try {
     qaaisp::WireFolderRescan();
     return qaaisp::ScanFolders(folderPath) ? 1 : 0;

@@ -1,5 +1,6 @@
 // Index exports: open, cache, close, save and the row calls on a held
 // StoreIndex, and the folder status cache.
+#include "exports/caller_names.h"
 #include "index/store_index.h"
 #include "qaaisp/qaaisp.h"
 #include "store/folder_status_file.h"
@@ -51,10 +52,12 @@ int StoreIndex_Save(StoreIndex* ix) {
 }
 
 int StoreIndex_InsertItem(StoreIndex* ix, const char* fileName, int flag) {
+  if (!qaaisp::IsPlainName(fileName)) return 0;
   return Shield([&] { return qaaisp::StoreIndex_InsertItem(ix, fileName, flag); });
 }
 
 int StoreIndex_RemoveItem(StoreIndex* ix, const char* identifiers) {
+  if (!identifiers) return 0;
   return Shield([&] { return qaaisp::StoreIndex_RemoveItem(ix, identifiers); });
 }
 
@@ -64,6 +67,11 @@ int GetStoreItemByMessageID(StoreIndex* ix, const char* id, int itemClass,
 }
 
 void GetCachedStatus(const char* po, const char* mbox, const char* folder, FolderDetails* out) {
+  if (!out) return;
+  if (!qaaisp::NamesAFolder(po, mbox, folder)) {
+    *out = FolderDetails{};  // as for a status file that cannot be read
+    return;
+  }
   Shield([&] {
     qaaisp::GetCachedStatus(po, mbox, folder, out);
     return 1;
@@ -72,7 +80,7 @@ void GetCachedStatus(const char* po, const char* mbox, const char* folder, Folde
 
 void SetCachedStatus(const char* po, const char* mbox, const char* folder,
                      const FolderDetails* in) {
-  if (!in) return;
+  if (!in || !qaaisp::NamesAFolder(po, mbox, folder)) return;
   Shield([&] {
     qaaisp::SetCachedStatus(po, mbox, folder, *in);
     return 1;
