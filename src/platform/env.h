@@ -128,7 +128,8 @@ class Env {
   // (exists set; the creation and access times are not filled). False,
   // with the last error set, if it cannot be opened or read. The default
   // goes through OpenFile and the File calls; a backend may do it in fewer
-  // system calls.
+  // system calls. EnvWrapper keeps the default, so that a test's OpenFile
+  // sees every read.
   virtual bool ReadFileWhole(const std::string& path, ShareMode share, ReadBuffer* out,
                              FileInfo* info);
 
