@@ -85,20 +85,24 @@ const Rows& TypicalRows() {
 }
 
 // Builds the table the way a load does: keys looked up once through the
-// index's local map, rows sized once, inserted strictly.
+// index's local map, rows sized once, texts made in the table's pool, rows
+// inserted strictly with the by-ID map filled at the end.
 void Fill(SORTEDSTOREINDEXTYPE* table, const Rows& rows) {
   const auto& first = rows.fields.front();
   std::vector<PropertyKey> keys;
   for (const Field& f : first) keys.push_back(LookupProperty(f.name, table->local_map()));
   int32_t highest = 0;
   for (PropertyKey k : keys) highest = std::max(highest, k.slot);
+  table->BeginBulkInsert(rows.fields.size());
   for (const auto& fields : rows.fields) {
-    auto* row = new IndexItemPropertyContainer;
+    auto* row = new IndexItemPropertyContainer(static_cast<uint32_t>(highest) + 1);
     row->set_local_map(table->local_map());
-    row->ReserveSlots(static_cast<uint32_t>(highest) + 1);
-    for (size_t i = 0; i < fields.size(); ++i) row->SetTextAt(keys[i], fields[i].value, false);
+    for (size_t i = 0; i < fields.size(); ++i) {
+      row->LoadValueAt(keys[i], fields[i].value, table->text_pool());
+    }
     if (!table->InsertRow(row, UidClash::kRefuse)) delete row;
   }
+  table->EndBulkInsert();
   table->LoadState = LoadFull;
 }
 

@@ -29,8 +29,8 @@ class IdBatch {
   void Prefetch(std::string_view id) const;
   // Adds an ID not yet in the batch (the batch keeps a copy).
   void Add(std::string_view id, Row* row);
-  // Enters every ID into map, which holds none of them, and empties the
-  // batch.
+  // Enters every ID into map and empties the batch. An ID the map already
+  // holds (from an earlier merge that failed part way) is left as it is.
   void MergeInto(Map* map);
   void Clear();
   bool empty() const { return entries_.empty(); }

@@ -63,17 +63,5 @@ TEST(IdBatchTest, MergesInTheMapsOwnOrderWhateverThePrefixes) {
   }
 }
 
-TEST(IdBatchTest, MergesBesideIdsAlreadyInTheMap) {
-  IdBatch::Map map = {{"b", Tag(1)}, {"d", Tag(2)}};
-  IdBatch batch;
-  batch.Reserve(4);
-  for (const char* id : {"e", "a", "c"}) batch.Add(id, Tag(9));
-  batch.MergeInto(&map);
-  std::string keys;
-  for (const auto& [id, row] : map) keys += id;
-  EXPECT_EQ(keys, "abcde");
-  EXPECT_EQ(map.at("b"), Tag(1));
-}
-
 }  // namespace
 }  // namespace qaaisp

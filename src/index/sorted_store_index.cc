@@ -73,6 +73,8 @@ bool SORTEDSTOREINDEXTYPE::InsertRow(Row* row, UidClash clash, bool append) {
     if (!FileUnderUid(uid, row, clash)) return false;
     pending_ids_.Add(id, row);
   } else {
+    // IDs a failed merge left behind go in first, so none is taken twice.
+    if (!pending_ids_.empty()) EndBulkInsert();
     auto by_id = by_id_.try_emplace(std::string(id), row);
     if (!by_id.second) return false;
     if (!FileUnderUid(uid, row, clash)) {
@@ -98,8 +100,13 @@ void SORTEDSTOREINDEXTYPE::BeginBulkInsert(size_t expected_rows) {
 
 void SORTEDSTOREINDEXTYPE::EndBulkInsert() {
   bulk_insert_ = false;
-  if (!pending_ids_.empty()) pending_ids_.MergeInto(&by_id_);
-  pending_ids_.Clear();
+  // A merge that runs out of memory keeps the batch whole; merging again
+  // skips the IDs already entered.
+  if (pending_ids_.empty()) {
+    pending_ids_.Clear();  // gives back what a reservation took
+  } else {
+    pending_ids_.MergeInto(&by_id_);
+  }
 }
 
 bool SORTEDSTOREINDEXTYPE::FindById(std::string_view id, IndexItem* item, bool copy) {

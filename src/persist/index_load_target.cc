@@ -27,7 +27,13 @@ IndexLoadTarget::IndexLoadTarget(SORTEDSTOREINDEXTYPE* index, std::string folder
 
 IndexLoadTarget::~IndexLoadTarget() {
   delete row_;
-  Finish();
+  try {
+    Finish();
+  } catch (...) {
+    // Out of memory while unwinding: the table ends its batch again at its
+    // next lookup or teardown, and rows outside the sequence are still
+    // reached through the maps.
+  }
 }
 
 bool IndexLoadTarget::ItemFileExists(std::string_view id) {

@@ -251,6 +251,8 @@ int StreamXMLStoreIndexSerialiser::DeserialiseKeysOrBetter(
       const size_t expected_rows = static_cast<size_t>(std::max<int64_t>(file_length, 0) / 512);
       persist::IndexLoadTarget target(index, folder, expected_rows);
       outcome = persist::RunStreamIndexPass(stream, buffer_size, options, &target);
+      // Inside the guard, so that a failure to finish is reported.
+      target.Finish();
     }
     index->FirstModifiedUID = first_modified;
     if (!outcome.read_ok) ReportStreamState({true, true}, __LINE__, "read");
