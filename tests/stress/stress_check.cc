@@ -158,8 +158,9 @@ std::string Counts::Summary() const {
       << "\n  load failures " << load_failures << " (" << load_failures_explained
       << " after a kill or a broken lock)"
       << ", unindexed after kills " << unindexed_after_kill << ", stale rows " << stale_rows
-      << "\n  first opens after a kill that failed " << failed_opens_after_kill << "\n  violations "
-      << violations.size();
+      << "\n  first opens after a kill that failed " << failed_opens_after_kill << " (and "
+      << opens_timed_out_after_kill << " that timed out on the block file)"
+      << "\n  violations " << violations.size();
   return out.str();
 }
 
@@ -195,10 +196,13 @@ Counts Check(std::vector<WorkerRun> runs, const FinalState& final_state) {
     run.last_logged = ReadLog(run, &ops, &samples);
     for (size_t i = first; i < ops.size(); ++i) by_worker[run.worker].push_back(i);
     if (run.killed) ++counts.kills;
-    // The first open of a process that replaces a killed one.
-    if (run.replacement && first < ops.size() && ops[first].op == "open" && ops[first].end != 0 &&
-        ops[first].result == 0) {
-      ++counts.failed_opens_after_kill;
+    // The first open of a process that replaces a killed one. One that
+    // waited past the block limit timed out on the lock: that is no failure
+    // to recover.
+    const Op* open = first < ops.size() ? &ops[first] : nullptr;
+    if (run.replacement && open && open->op == "open" && open->end != 0 && open->result == 0) {
+      ++(open->end - open->begin > kLockBreakNs ? counts.opens_timed_out_after_kill
+                                                : counts.failed_opens_after_kill);
     }
   }
   std::vector<Op> commits;
@@ -208,9 +212,11 @@ Counts Check(std::vector<WorkerRun> runs, const FinalState& final_state) {
     if (op.end != 0 && op.end - op.begin > kLockBreakNs) g_long_op_ends.push_back(op.end);
   }
   counts.lock_breaks = static_cast<int>(g_long_op_ends.size());
+  std::vector<int64_t> load_failure_times;
   for (const Op& op : ops) {
     ++counts.ops;
     if (op.load_failures) {
+      load_failure_times.push_back(op.end ? op.end : op.begin);
       counts.load_failures += op.load_failures;
       // After a kill a load may fail once on the way to recovery.
       if (KillBetween(runs, 0, op.end ? op.end : op.begin) ||
@@ -263,13 +269,13 @@ Counts Check(std::vector<WorkerRun> runs, const FinalState& final_state) {
   // row is judged, and only if no unacknowledged change of it came later.
   static const char* const kFlags[] = {"\\Flagged", "\\Answered", "\\Seen"};
   for (const auto& [worker, indexes] : by_worker) {
-    std::map<std::string, int64_t> delivered_at;
+    std::map<std::string, const Op*> delivered;
     std::map<std::pair<std::string, std::string>, const Op*> last;  // (id, flag)
     std::set<std::pair<std::string, std::string>> unsure;
     for (size_t i : indexes) {
       const Op& op = ops[i];
       if (op.op == "deliver" || (op.op == "commit" && op.arg == "insert")) {
-        delivered_at[op.id] = op.begin;
+        delivered[op.id] = &op;
       }
       if (op.op != "update") continue;
       for (const char* flag : kFlags) {
@@ -289,9 +295,18 @@ Counts Check(std::vector<WorkerRun> runs, const FinalState& final_state) {
       if (row == final_state.rows.end()) continue;
       const bool want = update->arg[0] == '+';
       if (HasFlag(row->second.flags, key.second) == want) continue;
-      if (OlderCommitSpans(commits, delivered_at[key.first], update->end)) {
+      // Saved over the update itself, or over the row's delivery, so that the
+      // row was missing until a re-scan brought it back without its flags.
+      const Op* delivery = delivered[key.first];
+      const int64_t delivery_end = delivery && delivery->end ? delivery->end : update->begin;
+      if (OlderCommitSpans(commits, update->begin, update->end) ||
+          (delivery && OlderCommitSpans(commits, delivery->begin, delivery_end))) {
         ++counts.lost_by_older_commit;
-      } else if (KillAfter(runs, update->begin)) {
+      } else if (KillAfter(runs, update->begin) &&
+                 std::any_of(load_failure_times.begin(), load_failure_times.end(),
+                             [&](int64_t t) { return t > update->begin; })) {
+        // A kill tore the index after the update, and the rebuild that
+        // followed could not know the flag.
         ++counts.lost_by_crash;
       } else if (LockBreakNear(update->begin, update->end)) {
         ++counts.lost_by_lock_break;

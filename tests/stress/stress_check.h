@@ -59,6 +59,7 @@ struct Counts {
   int unindexed_after_kill = 0;  // files of deliveries a kill cut short
   int stale_rows = 0;
   int failed_opens_after_kill = 0;  // first opens of replacement processes
+  int opens_timed_out_after_kill = 0;
   std::vector<std::string> violations;
 
   std::string Summary() const;
