@@ -2,8 +2,6 @@
 // the block file serialises them, so every delivery and every flag change
 // lands, with unique UIDs and nothing marked dirty. Sleeps in the helpers
 // are scaled down to a thousandth.
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,23 +44,7 @@ std::vector<std::string> HelperEnvironment(const std::string& registry) {
 // Starts the helper with its output going to out_file; gives its pid.
 pid_t Start(const std::vector<std::string>& args, const std::string& registry,
             const std::string& out_file = "/dev/null") {
-  std::vector<std::string> env_text = HelperEnvironment(registry);
-  std::vector<char*> envp;
-  for (auto& e : env_text) envp.push_back(e.data());
-  envp.push_back(nullptr);
-  std::vector<std::string> argv_text = {QAAISP_PROCESS_HELPER};
-  argv_text.insert(argv_text.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (auto& a : argv_text) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, out_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                   0644);
-  pid_t pid = 0;
-  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) pid = -1;
-  posix_spawn_file_actions_destroy(&actions);
-  return pid;
+  return testing::SpawnProcess(QAAISP_PROCESS_HELPER, args, HelperEnvironment(registry), out_file);
 }
 
 int ExitCode(pid_t pid) {

@@ -5,9 +5,7 @@
 // The short form runs here; scripts/stress sets QAAISP_STRESS_PROCESSES,
 // QAAISP_STRESS_OPS, QAAISP_STRESS_KILLS and QAAISP_STRESS_SEED for the full
 // one. A failure prints the seed, which replays the same run.
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -161,22 +159,7 @@ class StressRun {
     env_text.push_back(std::string("QAAISP_SLEEP_SCALE=") + kSleepScale);
     env_text.push_back("QAAISP_REGISTRY=" + registry_);
     env_text.push_back("QAAISP_EVENT_LOG=" + events);
-    std::vector<char*> envp;
-    for (auto& e : env_text) envp.push_back(e.data());
-    envp.push_back(nullptr);
-    std::vector<std::string> argv_text = {QAAISP_STRESS_WORKER};
-    argv_text.insert(argv_text.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (auto& a : argv_text) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, out_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                     0644);
-    pid_t pid = 0;
-    if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) pid = -1;
-    posix_spawn_file_actions_destroy(&actions);
-    return pid;
+    return testing::SpawnProcess(QAAISP_STRESS_WORKER, args, env_text, out_file);
   }
 
   static int OpsLogged(const std::string& log_path) {

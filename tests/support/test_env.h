@@ -2,6 +2,8 @@
 // directory with a fake clock and sleeper, and one that injects faults.
 #pragma once
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <functional>
 #include <mutex>
@@ -31,6 +33,11 @@ void WriteFile(const std::string& path, const std::string& content);
 std::string ReadFile(const std::string& path);
 bool Exists(const std::string& path);
 void MakeDirs(const std::string& path);
+
+// Starts program with args and exactly the environment env (NAME=value
+// entries), its standard output going to out_file; gives its pid, or -1.
+pid_t SpawnProcess(const std::string& program, const std::vector<std::string>& args,
+                   const std::vector<std::string>& env, const std::string& out_file);
 
 struct RecordedEvent {
   platform::EventType type;
