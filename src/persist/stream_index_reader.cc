@@ -193,7 +193,8 @@ class Pass {
   }
   // Looks past the start tag in [lt, gt] for the value and a matching end
   // tag; false, having changed nothing, when they are not there.
-  bool TakeWholeProperty(ByteWindow* window, uint64_t lt, uint64_t gt, uint64_t* after);
+  bool TakeWholeProperty(ByteWindow* window, uint64_t keep, uint64_t lt, uint64_t gt,
+                         uint64_t* after);
   // Stores a property's text, unescaped, if the row is being built and
   // the field is wanted.
   void StoreProperty(std::string_view name, std::string_view text);
@@ -246,7 +247,7 @@ StreamPassOutcome Pass::Run(ByteWindow* window, int64_t file_length) {
         TakesWholeProperty(
             std::string_view(window->At(tag_start), static_cast<size_t>(gt - tag_start)))) {
       uint64_t after;
-      if (TakeWholeProperty(window, lt, gt, &after)) {
+      if (TakeWholeProperty(window, text_start, lt, gt, &after)) {
         cursor = after;
         position_ = cursor;
         continue;
@@ -478,15 +479,17 @@ void Pass::StoreProperty(std::string_view name, std::string_view text) {
   }
 }
 
-bool Pass::TakeWholeProperty(ByteWindow* window, uint64_t lt, uint64_t gt, uint64_t* after) {
+bool Pass::TakeWholeProperty(ByteWindow* window, uint64_t keep, uint64_t lt, uint64_t gt,
+                             uint64_t* after) {
   const uint64_t name_start = lt + 1;
   const uint64_t name_size = gt - name_start;
   const uint64_t value_start = gt + 1;
-  // The window keeps everything from the start tag on while it reads ahead.
+  // The window keeps everything from keep on while it reads ahead: the text
+  // before the start tag is still wanted when this falls back to the tag.
   uint64_t end_lt;
-  if (window->Find('<', value_start, lt, kNoLimit, &end_lt) != ByteWindow::kFound) return false;
+  if (window->Find('<', value_start, keep, kNoLimit, &end_lt) != ByteWindow::kFound) return false;
   uint64_t end_gt;
-  if (window->Find('>', end_lt + 1, lt, end_lt + 1 + kMaxTagBytes + 1, &end_gt) !=
+  if (window->Find('>', end_lt + 1, keep, end_lt + 1 + kMaxTagBytes + 1, &end_gt) !=
       ByteWindow::kFound) {
     return false;
   }

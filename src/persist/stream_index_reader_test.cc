@@ -396,6 +396,43 @@ TEST(StreamIndexReaderTest, TruncatedAndBitFlippedFilesNeverReadOutOfBounds) {
   }
 }
 
+// Text before a tag whose whole read falls back must outlive the look
+// ahead, however small the buffer (a fuzzed file once read it from before
+// the window).
+TEST(StreamIndexReaderTest, TextBeforeAFallenBackTagSurvivesTheLookAhead) {
+  const std::vector<std::string> docs = {
+      Header(7) + "<ELEMENT ID=\"a\" UID=\"7\">junk text<T>y<!-- c --></T></ELEMENT>" +
+          "</BASEELEMENT>\r\n",
+      ";b&#x3C;</SUBJECUn=\"1.0\"?\x0d\xa0<>\x0a"
+      "BASp;bEELE]ENT LASTUMD=T ID\xc1<BASEELEMENT LASTUID=\"UMD=T ID\xc1<BASEELEMENT "
+      "LASTUID=\"7\"><ELEMENT ID=\"a\" />EMENT>UID=\"7\" IRD\xc3\xdd\x9e\xe6 UID=\xf6\"6\">"
+      "<SIZE>1",
+  };
+  for (const std::string& xml : docs) {
+    for (int variant = 0; variant < 4; ++variant) {
+      const bool filtered = variant & 1;
+      StreamPassOptions o;
+      o.mode = variant & 2 ? 1 : 4;
+      o.file_length = static_cast<int64_t>(xml.size());
+      o.garbage_threshold = 3;
+      NameSet filter{"a", "1.MAI"};
+      if (filtered) o.item_filter = &filter;
+      FakeTarget whole;
+      const StreamPassOutcome expected = Pass(xml, &whole, o);
+      for (size_t buffer : {1u, 5u, 16u, 18u, 64u}) {
+        for (size_t step : {1u, 5u}) {
+          filter = {"a", "1.MAI"};
+          PieceSource source(xml, step);
+          FakeTarget t;
+          const StreamPassOutcome out = RunStreamIndexPass(&source, buffer, o, &t);
+          EXPECT_EQ(out.fault, expected.fault) << buffer << "/" << step;
+          EXPECT_EQ(t.Ids(), whole.Ids()) << buffer << "/" << step;
+        }
+      }
+    }
+  }
+}
+
 // Properties are read whole where nothing could fault; each document here
 // also needs the tag-by-tag reading, through buffers small enough to make
 // the look ahead refill and grow the window.
