@@ -9,6 +9,7 @@
 #include "index/store_index.h"
 #include "persist/index_report.h"
 #include "persist/index_text.h"
+#include "persist/last_uid_floor.h"
 #include "persist/msxml_index_serialiser.h"
 #include "persist/persist_settings.h"
 #include "persist/stream_index_serialiser.h"
@@ -31,6 +32,11 @@ platform::Env* Env() { return platform::Env::Default(); }
 // Repeats the table's stored load, registered once with the index layer.
 const bool kLoaderRegistered = (SetIndexLoader(&ReloadIndexAtLevel), true);
 
+// While a restored backup is merged with the files: the LastUID that the
+// damaged index or the folder's status had reached, which the older backup
+// must not take the UID counter below.
+thread_local uint32_t t_restore_floor = 0;
+
 }  // namespace
 
 void StoreIndexSerialiser::BackupSerialisation(const std::string&) {}
@@ -45,6 +51,7 @@ int32_t StoreIndexSerialiser::Deserialise(SORTEDSTOREINDEXTYPE* index, const Loa
   if (!SupportsFieldFilter()) index->FieldFilter.clear();
   index->LoadState = GuardedOr<int32_t>(0, "StoreIndexSerialiser::Deserialise", __LINE__,
                                         [&] { return DeserialiseHook(index, request); });
+  if (index->LoadState != LoadFailed) persist::RaiseToFloor(&index->LastUID, t_restore_floor);
   if (index->LoadState == LoadFull) {
     if (delete_change_file)
       Env()->RemoveFile(persist::JoinPath(request.folder, files::kChangeFlag));
@@ -61,6 +68,10 @@ int32_t StoreIndexSerialiser::Deserialise(SORTEDSTOREINDEXTYPE* index, const Loa
       }
     }
   } else if (index->LoadState == LoadFailed) {
+    // Whatever rebuilds this index counts on from the highest LastUID the
+    // folder is known to have reached, so no UID is handed out twice.
+    persist::RaiseToFloor(&index->LastUID,
+                          persist::RecoveryLastUidFloor(request.folder, request.item_class));
     RecoverFromBackup(index, request);
   }
   return index->LoadState;
@@ -86,7 +97,10 @@ void StoreIndexSerialiser::RecoverFromBackup(SORTEDSTOREINDEXTYPE* index,
       LoadRequest merge = request;
       merge.verify_files = 1;
       merge.quiet = false;
+      const uint32_t outer_floor = t_restore_floor;
+      t_restore_floor = std::max(outer_floor, index->LastUID);
       index->LoadState = recovery.DeserialiseHook(index, merge);
+      t_restore_floor = outer_floor;
       if (index->LoadState == LoadFailed) {
         message += " Backup Index is also corrupt.";
         IndexXMLDeleteBackupSerialisation(folder);
@@ -223,6 +237,9 @@ bool LoadIndexForClass(SORTEDSTOREINDEXTYPE* index, StoreIndex* lock_owner,
 
 int SaveIndexFile(SORTEDSTOREINDEXTYPE* index, const std::string& folder, int32_t item_class,
                   bool* written) {
+  // A save never lowers the LastUID on disk: another process may have
+  // handed out UIDs since this index was loaded.
+  persist::RaiseToFloor(&index->LastUID, persist::LastUidInIndexFile(folder, item_class));
   std::unique_ptr<StoreIndexSerialiser> serialiser = CreateIndexSerialiser();
   const bool ok = serialiser->Serialise(index, folder, item_class) == 1;
   if (written) *written = ok;

@@ -64,15 +64,35 @@ struct timespec ToTimespec(FileTime ft) {
 // Takes LOCK_EX on an existing file for the length of a delete or replace.
 // Returns -1 with 32 when another handle holds the file, -2 when the file
 // cannot be opened (the caller then lets the real call report the error).
+// The lock must be on the file the name still shows once it is held: the
+// file opened may have been deleted and replaced meanwhile (a block file
+// freed and taken again), and deleting the name would then remove the new
+// holder's file. Only a holder of the lock deletes, so a name that still
+// shows the locked file keeps showing it until the delete.
 int LockForRemoval(const std::string& path) {
-  int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-  if (fd < 0) return -2;
-  if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+  for (;;) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd < 0) return -2;
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+      ::close(fd);
+      SetLastErrorCode(kErrorSharingViolation);
+      return -1;
+    }
+    struct stat held, named;
+    if (::fstat(fd, &held) != 0) return fd;
+    if (::lstat(path.c_str(), &named) != 0) {
+      const int err = errno;
+      ::close(fd);
+      errno = err;
+      return -2;
+    }
+    // A file already unlinked may have passed its inode number on to the
+    // new one, so the numbers match only for a file that is still linked.
+    if (held.st_nlink > 0 && held.st_ino == named.st_ino && held.st_dev == named.st_dev) {
+      return fd;
+    }
     ::close(fd);
-    SetLastErrorCode(kErrorSharingViolation);
-    return -1;
   }
-  return fd;
 }
 
 class PosixFile final : public File {
@@ -309,6 +329,14 @@ class PosixEnv final : public Env {
                                               : Win32ErrorFromErrno(errno));
         return nullptr;
       }
+      // Creation and lock are one step on Windows but two here: a file
+      // deleted in between (a block file broken by a waiter) is no longer
+      // the one the name shows, and holding it would lock nothing.
+      if (o.disposition == OpenDisposition::kCreateNew && ::fstat(fd, &st) == 0 &&
+          st.st_nlink == 0) {
+        ::close(fd);
+        return OpenFile(path, o);
+      }
     }
     // Truncation waits until the share check passed, as on Windows.
     if (o.disposition == OpenDisposition::kCreateAlways ||
@@ -339,6 +367,11 @@ class PosixEnv final : public Env {
   bool RemoveFile(const std::string& path) override {
     int fd = LockForRemoval(path);
     if (fd == -1) return false;
+    // Gone when we looked: an unlink now could only take a file made since.
+    if (fd == -2 && (errno == ENOENT || errno == ENOTDIR)) {
+      SetErrnoError(errno, path);
+      return false;
+    }
     int rc = ::unlink(path.c_str());
     int err = errno;
     if (fd >= 0) ::close(fd);

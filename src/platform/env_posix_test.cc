@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <thread>
 
 #include "platform/env.h"
@@ -60,6 +64,39 @@ TEST_F(PosixEnvTest, HeldFileCannotBeDeletedOrReplacedUntilReleased) {
   EXPECT_EQ(LastError(), kErrorSharingViolation);
   holder.reset();
   EXPECT_TRUE(env->RemoveFile(dir.Sub("_index.blk")));
+}
+
+// Two lockers take turns on one block file while a third keeps deleting
+// it, as waiters that gave up do. A delete may only ever take a file that
+// nobody holds: never one created again after the deleter opened the old.
+TEST_F(PosixEnvTest, ADeleteNeverTakesAFileThatReplacedTheOneItLocked) {
+  const std::string path = dir.Sub("_index.blk");
+  std::atomic<bool> done{false};
+  std::atomic<int> stolen{0};
+  auto lock_and_check = [&](char token) {
+    for (int i = 0; i < 100; ++i) {
+      auto held = Open(path, ShareMode::kShareNone, true, OpenDisposition::kCreateNew);
+      if (!held) continue;
+      held->WriteAt(0, &token, 1);
+      for (int spin = 0; spin < 10; ++spin) std::this_thread::yield();
+      // Still ours under the name, or somebody deleted it while held.
+      char seen = 0;
+      const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+      if (fd < 0 || ::pread(fd, &seen, 1, 0) != 1 || seen != token) ++stolen;
+      if (fd >= 0) ::close(fd);
+      held.reset();
+      env->RemoveFile(path);
+    }
+  };
+  std::thread deleter([&] {
+    while (!done) env->RemoveFile(path);
+  });
+  std::thread first(lock_and_check, 'a'), second(lock_and_check, 'b');
+  first.join();
+  second.join();
+  done = true;
+  deleter.join();
+  EXPECT_EQ(stolen.load(), 0);
 }
 
 TEST_F(PosixEnvTest, ExclusiveOpenShutsOutReadersAndReadersShutOutExclusive) {

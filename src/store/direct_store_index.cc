@@ -145,8 +145,11 @@ int Direct_StoreIndex_UpdateItem(const char* postoffice, const char* mailbox, co
   const std::string ids = Text(identifiers);
   // Only the rows named are loaded; the writer carries the others over.
   index->table.ItemFilter = ids;
+  // The block file is held open, as by every other writer: a file held
+  // without a handle can be deleted by a waiter that gave up on it, and a
+  // second writer would then work on the index alongside this one.
   BlockHandle handle = nullptr;
-  if (!qaaisp::StoreIndex_LockAndLoadEx(index.get(), postoffice, mailbox, folder, 0, &handle,
+  if (!qaaisp::StoreIndex_LockAndLoadEx(index.get(), postoffice, mailbox, folder, 1, &handle,
                                         LoadFull)) {
     return 0;
   }
@@ -178,7 +181,7 @@ int Direct_StoreIndex_UpdateItem(const char* postoffice, const char* mailbox, co
     row.Detach();
   }
 
-  int result = qaaisp::StoreIndex_SaveAndClose(index.get(), changed ? 1 : 0, 0, &handle, nullptr);
+  int result = qaaisp::StoreIndex_SaveAndClose(index.get(), changed ? 1 : 0, 1, &handle, nullptr);
   WriteFolderStatusFile(env, status_file, record);
   return result;
 }

@@ -56,22 +56,6 @@ bool SaveRows(StoreIndex* index, const std::string& path) {
   return written;
 }
 
-// LastUID as the index file's header holds it now; 0 when unreadable.
-uint32_t LastUidOnDisk(platform::Env* env, const std::string& index_file) {
-  std::unique_ptr<platform::File> file = env->OpenFile(index_file, platform::OpenOptions{});
-  if (!file) return 0;
-  char bytes[64];
-  const int64_t n = file->ReadAt(0, bytes, sizeof bytes);
-  if (n <= 0) return 0;
-  const std::string_view head(bytes, static_cast<size_t>(n));
-  constexpr std::string_view kAttribute = "LASTUID=\"";
-  const size_t at = head.find(kAttribute);
-  if (at == std::string_view::npos) return 0;
-  uint32_t last_uid = 0;
-  persist::ParseLastUID(&last_uid, head.substr(at + kAttribute.size()));
-  return last_uid;
-}
-
 // The save under the block file.
 int SaveUnderBlock(platform::Env* env, StoreIndex* index) {
   StoreIndexMutexLock lock(index);
@@ -94,11 +78,9 @@ int SaveUnderBlock(platform::Env* env, StoreIndex* index) {
     Trace(8, Format("StoreIndex_Save::Warning: Store Index was modified while being transacted "
                     "for folder: %s\n",
                     path));
-    changed_under_us = true;
     // Rows added since our load may be lost by this write, but never their
-    // UIDs: a LastUID that went down would hand them out again.
-    const uint32_t on_disk = LastUidOnDisk(env, IndexFilePath(path, index->item_class));
-    if (on_disk > index->table.LastUID) index->table.LastUID = on_disk;
+    // UIDs: the save keeps the file's higher LastUID.
+    changed_under_us = true;
   }
   result = SaveRows(index, path) ? 1 : 0;
   // The write went ahead over somebody else's; the next open re-scans.

@@ -3,6 +3,8 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <string_view>
+
 namespace qaaisp::stress {
 namespace {
 
@@ -10,8 +12,13 @@ namespace {
 // it, so that a kill can fall between two writes of one save.
 class KillFile : public platform::File {
  public:
-  KillFile(std::unique_ptr<platform::File> target, KillEnv* env)
-      : target_(std::move(target)), env_(env) {}
+  KillFile(std::unique_ptr<platform::File> target, KillEnv* env, bool index_writer)
+      : target_(std::move(target)), env_(env), index_writer_(index_writer) {
+    if (index_writer_) ++env_->index_writers();
+  }
+  ~KillFile() override {
+    if (index_writer_) --env_->index_writers();
+  }
 
   int64_t ReadAt(uint64_t offset, void* buffer, size_t n) override {
     env_->Tick();
@@ -38,15 +45,25 @@ class KillFile : public platform::File {
  private:
   std::unique_ptr<platform::File> target_;
   KillEnv* env_;
+  const bool index_writer_;
 };
+
+bool IsIndexFile(const std::string& path) {
+  constexpr std::string_view kName = "/_index.xml";
+  return path.size() >= kName.size() &&
+         path.compare(path.size() - kName.size(), kName.size(), kName.data(), kName.size()) == 0;
+}
 
 }  // namespace
 
-KillEnv::KillEnv(platform::Env* target, uint64_t kill_at) : EnvWrapper(target), kill_at_(kill_at) {}
+KillEnv::KillEnv(platform::Env* target, uint64_t kill_at, std::function<void(bool)> on_kill)
+    : EnvWrapper(target), kill_at_(kill_at), on_kill_(std::move(on_kill)) {}
 
 void KillEnv::Tick() {
+  if (++calls_ != kill_at_) return;
+  if (on_kill_) on_kill_(index_writers_.load() > 0);
   // No clean-up of any kind: the process ends as a crash or kill -9 ends it.
-  if (++calls_ == kill_at_) ::kill(::getpid(), SIGKILL);
+  ::kill(::getpid(), SIGKILL);
 }
 
 std::unique_ptr<platform::File> KillEnv::OpenFile(const std::string& path,
@@ -54,7 +71,7 @@ std::unique_ptr<platform::File> KillEnv::OpenFile(const std::string& path,
   Tick();
   std::unique_ptr<platform::File> file = EnvWrapper::OpenFile(path, options);
   if (!file) return nullptr;
-  return std::make_unique<KillFile>(std::move(file), this);
+  return std::make_unique<KillFile>(std::move(file), this, options.write && IsIndexFile(path));
 }
 
 bool KillEnv::RemoveFile(const std::string& path) {

@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -16,12 +17,16 @@ namespace qaaisp::stress {
 
 class KillEnv : public platform::EnvWrapper {
  public:
-  // Dies at the kill_at-th counted call; 0 never dies.
-  KillEnv(platform::Env* target, uint64_t kill_at);
+  // Dies at the kill_at-th counted call; 0 never dies. Just before, tells
+  // on_kill whether the folder's index file was open for writing then, that
+  // is, whether the kill may leave it half written.
+  KillEnv(platform::Env* target, uint64_t kill_at, std::function<void(bool)> on_kill = {});
 
   // Counts one call and dies if it is the chosen one.
   void Tick();
   uint64_t calls() const { return calls_.load(); }
+  // Index files open for writing through this Env.
+  std::atomic<int>& index_writers() { return index_writers_; }
 
   std::unique_ptr<platform::File> OpenFile(const std::string& path,
                                            const platform::OpenOptions& options) override;
@@ -35,7 +40,9 @@ class KillEnv : public platform::EnvWrapper {
 
  private:
   const uint64_t kill_at_;
+  const std::function<void(bool)> on_kill_;
   std::atomic<uint64_t> calls_{0};
+  std::atomic<int> index_writers_{0};
 };
 
 }  // namespace qaaisp::stress

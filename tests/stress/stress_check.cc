@@ -32,8 +32,9 @@ void Violation(Counts* counts, const std::string& text) {
     counts->violations.push_back("...");
 }
 
-// Also gives the time of the last step the worker logged.
-int64_t ReadLog(const WorkerRun& run, std::vector<Op>* ops, std::vector<Sample>* samples) {
+// Also gives the time of the last step the worker logged, and notes the
+// moment of its kill.
+int64_t ReadLog(WorkerRun& run, std::vector<Op>* ops, std::vector<Sample>* samples) {
   int64_t last = 0;
   std::ifstream in(run.log_path);
   std::string line;
@@ -57,6 +58,10 @@ int64_t ReadLog(const WorkerRun& run, std::vector<Op>* ops, std::vector<Sample>*
       int n = 0;
       words >> at >> n;
       ops->back().load_failures += n;
+    } else if (kind == "K") {
+      int torn = 0;
+      words >> run.killed_at >> torn;
+      run.torn = torn != 0;
     } else if (kind == "L") {
       Sample s;
       words >> s.before >> s.after >> s.uid;
@@ -97,23 +102,48 @@ bool OlderCommitSpans(const std::vector<Op>& commits, int64_t from, int64_t unti
   });
 }
 
-bool KillAfter(const std::vector<WorkerRun>& runs, int64_t t) {
+// The kill time of a torn index: the reaping time when the worker died
+// before it could log its kill.
+int64_t TornAt(const WorkerRun& r) { return r.killed_at ? r.killed_at : r.reaped_at; }
+
+bool TornKillAfter(const std::vector<WorkerRun>& runs, int64_t t) {
   return std::any_of(runs.begin(), runs.end(),
-                     [&](const WorkerRun& r) { return r.killed && r.reaped_at > t; });
+                     [&](const WorkerRun& r) { return r.killed && r.torn && TornAt(r) > t; });
 }
 
-// A kill that may have fallen between from and to: after its victim's last
-// logged step and before the driver saw it gone.
-bool KillBetween(const std::vector<WorkerRun>& runs, int64_t from, int64_t to) {
-  return std::any_of(runs.begin(), runs.end(), [&](const WorkerRun& r) {
-    return r.killed && r.reaped_at > from && r.last_logged < to;
-  });
+// An operation that loaded the index and succeeded: the index was readable
+// (or repaired) between its begin and end.
+bool LoadedFine(const Op& op) {
+  return op.end != 0 && op.result == 1 && op.load_failures == 0 &&
+         (op.op == "deliver" || op.op == "update" || op.op == "remove" || op.op == "open" ||
+          (op.op == "scan" && op.arg == "open2"));
+}
+
+// A load may fail only on an index that a kill left half written and that
+// nothing has repaired yet: some torn kill came before the failure, and no
+// operation loaded the index fine wholly between that kill and the failure.
+bool TornAndUnrepaired(const std::vector<WorkerRun>& runs, const std::vector<int64_t>& fine_ends,
+                       const std::vector<int64_t>& fine_begins_by_end, const Op& failed) {
+  const int64_t failed_at = failed.end ? failed.end : failed.begin;
+  for (const WorkerRun& r : runs) {
+    if (!r.killed || !r.torn || TornAt(r) >= failed_at) continue;
+    // The first fine load that began after the kill, by its end.
+    bool repaired = false;
+    auto from = std::upper_bound(fine_ends.begin(), fine_ends.end(), TornAt(r));
+    for (auto it = from; it != fine_ends.end() && *it < failed.begin; ++it) {
+      if (fine_begins_by_end[static_cast<size_t>(it - fine_ends.begin())] > TornAt(r)) {
+        repaired = true;
+        break;
+      }
+    }
+    if (!repaired) return true;
+  }
+  return false;
 }
 
 // LastUID as sampled by all processes: a sample taken wholly after another
-// must not be lower, unless an older load's save or a rebuild came between.
-void CheckLastUid(std::vector<Sample> samples, const std::vector<Op>& commits,
-                  const std::vector<WorkerRun>& runs, Counts* counts) {
+// must never be lower.
+void CheckLastUid(std::vector<Sample> samples, Counts* counts) {
   if (samples.empty()) return;
   std::sort(samples.begin(), samples.end(),
             [](const Sample& a, const Sample& b) { return a.before < b.before; });
@@ -128,18 +158,9 @@ void CheckLastUid(std::vector<Sample> samples, const std::vector<Op>& commits,
       ++next;
     }
     if (!highest || highest->uid <= s.uid) continue;
-    const bool older_save = std::any_of(commits.begin(), commits.end(), [&](const Op& c) {
-      return c.end != 0 && c.load < highest->after && c.end > highest->before && c.end < s.after;
-    });
-    if (older_save) {
-      ++counts->lastuid_drops_by_older_commit;
-    } else if (KillBetween(runs, highest->before, s.after) ||
-               LockBreakNear(highest->before, s.after)) {
-      ++counts->lastuid_drops_by_crash;
-    } else {
-      Violation(counts, "LastUID went down from " + std::to_string(highest->uid) + " to " +
-                            std::to_string(s.uid));
-    }
+    ++counts->lastuid_drops;
+    Violation(counts, "LastUID went down from " + std::to_string(highest->uid) + " to " +
+                          std::to_string(s.uid));
     highest = &s;  // judge the next drop from here
   }
 }
@@ -150,13 +171,12 @@ std::string Counts::Summary() const {
   std::ostringstream out;
   out << "ops " << ops << " (deliveries " << deliveries << ", updates " << updates << ", removals "
       << removals << ", opens " << opens << ", commits " << commits << ", re-scans " << scans
-      << ")\n  failed " << failed_ops << ", kills " << kills << ", cut short " << interrupted
+      << ")\n  failed " << failed_ops << ", kills " << kills << " (" << torn_kills
+      << " with the index open for writing), cut short " << interrupted
       << ", lock waits past the limit " << lock_breaks << "\n  lost updates: by older commits "
       << lost_by_older_commit << ", by crashes " << lost_by_crash << ", by broken locks "
-      << lost_by_lock_break << "\n  LastUID lowered: by older commits "
-      << lastuid_drops_by_older_commit << ", by crashes or broken locks " << lastuid_drops_by_crash
-      << "\n  load failures " << load_failures << " (" << load_failures_explained
-      << " after a kill or a broken lock)"
+      << lost_by_lock_break << "\n  LastUID drops " << lastuid_drops << "\n  load failures "
+      << load_failures << " (" << load_failures_torn << " of an index a kill left half written)"
       << ", unindexed after kills " << unindexed_after_kill << ", stale rows " << stale_rows
       << "\n  first opens after a kill that failed " << failed_opens_after_kill << " (and "
       << opens_timed_out_after_kill << " that timed out on the block file)"
@@ -196,6 +216,7 @@ Counts Check(std::vector<WorkerRun> runs, const FinalState& final_state) {
     run.last_logged = ReadLog(run, &ops, &samples);
     for (size_t i = first; i < ops.size(); ++i) by_worker[run.worker].push_back(i);
     if (run.killed) ++counts.kills;
+    if (run.killed && run.torn) ++counts.torn_kills;
     // The first open of a process that replaces a killed one. One that
     // waited past the block limit timed out on the lock: that is no failure
     // to recover.
@@ -212,16 +233,26 @@ Counts Check(std::vector<WorkerRun> runs, const FinalState& final_state) {
     if (op.end != 0 && op.end - op.begin > kLockBreakNs) g_long_op_ends.push_back(op.end);
   }
   counts.lock_breaks = static_cast<int>(g_long_op_ends.size());
+  std::vector<const Op*> fine;
+  for (const Op& op : ops) {
+    if (LoadedFine(op)) fine.push_back(&op);
+  }
+  std::sort(fine.begin(), fine.end(), [](const Op* a, const Op* b) { return a->end < b->end; });
+  std::vector<int64_t> fine_ends, fine_begins;
+  for (const Op* op : fine) {
+    fine_ends.push_back(op->end);
+    fine_begins.push_back(op->begin);
+  }
   std::vector<int64_t> load_failure_times;
   for (const Op& op : ops) {
     ++counts.ops;
     if (op.load_failures) {
       load_failure_times.push_back(op.end ? op.end : op.begin);
       counts.load_failures += op.load_failures;
-      // After a kill a load may fail once on the way to recovery.
-      if (KillBetween(runs, 0, op.end ? op.end : op.begin) ||
-          LockBreakNear(op.begin, op.end ? op.end : op.begin)) {
-        counts.load_failures_explained += op.load_failures;
+      // The index may be unreadable only after a kill in the middle of its
+      // writing, until the recovery that the failed load itself starts.
+      if (TornAndUnrepaired(runs, fine_ends, fine_begins, op)) {
+        counts.load_failures_torn += op.load_failures;
       } else {
         Violation(&counts, "index failed to load during " + op.op + " " + op.id);
       }
@@ -262,7 +293,7 @@ Counts Check(std::vector<WorkerRun> runs, const FinalState& final_state) {
       Violation(&counts, "file without a row: " + file);
     }
   }
-  CheckLastUid(samples, commits, runs, &counts);
+  CheckLastUid(samples, &counts);
 
   // Each acknowledged flag change must still show, unless an older load's
   // save or a kill accounts for its loss. Only the last change of a flag on a
@@ -302,7 +333,7 @@ Counts Check(std::vector<WorkerRun> runs, const FinalState& final_state) {
       if (OlderCommitSpans(commits, update->begin, update->end) ||
           (delivery && OlderCommitSpans(commits, delivery->begin, delivery_end))) {
         ++counts.lost_by_older_commit;
-      } else if (KillAfter(runs, update->begin) &&
+      } else if (TornKillAfter(runs, update->begin) &&
                  std::any_of(load_failure_times.begin(), load_failure_times.end(),
                              [&](int64_t t) { return t > update->begin; })) {
         // A kill tore the index after the update, and the rebuild that

@@ -11,11 +11,12 @@
 
 namespace qaaisp::stress {
 
-// Workers sleep a twentieth of the library's polling second.
-inline constexpr const char* kSleepScale = "0.05";
-// A block-file wait gives up and breaks the lock after 61 polls: an
-// operation that took longer than that may have broken a live holder's lock.
-inline constexpr int64_t kLockBreakNs = 61 * 50'000'000LL;
+// Workers sleep a quarter of the library's polling second. A block-file
+// wait then gives up after 61 polls, about 15 s: far beyond any honest hold
+// in this run, so a waiter does not break a live holder's lock. Orphans left
+// by kills are cleared on a waiter's first retry ("Index Unblock Mode").
+inline constexpr const char* kSleepScale = "0.25";
+inline constexpr int64_t kLockBreakNs = 61 * 250'000'000LL;
 
 // One process as the driver saw it.
 struct WorkerRun {
@@ -26,6 +27,8 @@ struct WorkerRun {
   bool replacement = false;  // started in place of a killed one
   int64_t reaped_at = 0;     // CLOCK_MONOTONIC ns when its end was seen
   int64_t last_logged = 0;   // filled by the check
+  int64_t killed_at = 0;     // CLOCK_MONOTONIC ns of the kill, as it logged it
+  bool torn = false;         // killed with an index file open for writing
 };
 
 // The folder after the run, as the verifying load printed it.
@@ -47,15 +50,15 @@ struct Counts {
   int ops = 0, deliveries = 0, updates = 0, removals = 0, opens = 0, commits = 0, scans = 0;
   int failed_ops = 0;
   int kills = 0;
-  int interrupted = 0;                    // operations a kill cut short
-  int lost_by_older_commit = 0;           // acknowledged updates an older load saved over
-  int lost_by_crash = 0;                  // acknowledged updates lost to a kill
-  int lastuid_drops_by_older_commit = 0;  // LastUID lowered by an older load's save
-  int lastuid_drops_by_crash = 0;         // LastUID lowered by a rebuild after a kill
-  int load_failures = 0;                  // "Failed to deserialise index" reports
-  int lock_breaks = 0;                    // operations that waited past the block limit
-  int lost_by_lock_break = 0;             // acknowledged updates lost to a broken lock
-  int load_failures_explained = 0;
+  int interrupted = 0;           // operations a kill cut short
+  int torn_kills = 0;            // kills with an index file open for writing
+  int lost_by_older_commit = 0;  // acknowledged updates an older load saved over
+  int lost_by_crash = 0;         // acknowledged updates lost to a torn index
+  int lastuid_drops = 0;         // a LastUID sample below an earlier one
+  int load_failures = 0;         // "Failed to deserialise index" reports
+  int load_failures_torn = 0;    // of those, while a torn index awaited repair
+  int lock_breaks = 0;           // operations that waited past the block limit
+  int lost_by_lock_break = 0;    // acknowledged updates lost to a broken lock
   int unindexed_after_kill = 0;  // files of deliveries a kill cut short
   int stale_rows = 0;
   int failed_opens_after_kill = 0;  // first opens of replacement processes

@@ -8,6 +8,8 @@
 //   L <ns before> <ns after> <LastUID>        LastUID read from the file
 //   R <ns> <count>                            index loads that failed during
 //                                              the last operation
+//   K <ns> <torn>                             killed now; torn 1 if an index
+//                                              file was open for writing
 //
 // Times are CLOCK_MONOTONIC nanoseconds, comparable between processes.
 //
@@ -324,12 +326,13 @@ int Verify(const std::string& dir, const char* po, const char* mbox, const char*
 int main(int argc, char** argv) {
   const std::string command = argc > 1 ? argv[1] : "";
   if (command == "run" && argc == 11) {
-    static qaaisp::stress::KillEnv env(qaaisp::platform::Env::Default(),
-                                       std::strtoull(argv[10], nullptr, 10));
+    static Log log(argv[9]);
+    if (!log.ok()) return 4;
+    static qaaisp::stress::KillEnv env(
+        qaaisp::platform::Env::Default(), std::strtoull(argv[10], nullptr, 10),
+        [](bool torn) { log.Line("K " + std::to_string(Now()) + " " + (torn ? "1" : "0")); });
     qaaisp::platform::Env::SetDefaultForTesting(&env);
     if (StoreLibrary_Init() != 1) return 3;
-    Log log(argv[9]);
-    if (!log.ok()) return 4;
     Worker worker(argv[2], argv[3], argv[4], argv[5], std::atoi(argv[6]),
                   static_cast<uint32_t>(std::strtoul(argv[7], nullptr, 10)), &log);
     worker.Run(std::atoi(argv[8]));
