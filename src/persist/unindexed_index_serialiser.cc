@@ -1,10 +1,13 @@
 #include "persist/unindexed_index_serialiser.h"
 
+#include <algorithm>
+
 #include "base/store_files.h"
 #include "locks/file_iterator.h"
 #include "locks/file_management.h"
 #include "persist/index_report.h"
 #include "persist/index_text.h"
+#include "persist/last_uid_floor.h"
 #include "platform/env.h"
 #include "platform/path_case.h"
 
@@ -67,11 +70,16 @@ int32_t UnindexedStoreIndexSerialiser::DeserialiseHook(SORTEDSTOREINDEXTYPE* ind
         // load as a whole has failed, which tells a recovery that the
         // backup it restored was no better.
         wrapped_->QuarantineSerialisation(folder);
+        // The rows go, but not the LastUID the failed load kept as a floor.
+        const uint32_t last_uid = index->LastUID;
         if (!request.keep) index->UnInit();
+        index->LastUID = std::max(index->LastUID, last_uid);
         result = LoadFailed;
       }
     } else if (!request.keep) {
       index->UnInit();
+      // No index file: the status record may still know UIDs handed out.
+      persist::RaiseToFloor(&index->LastUID, persist::LastUidInFolderStatus(folder));
     }
 
     switch (request.item_class) {
