@@ -187,14 +187,12 @@ TEST_F(StorePathsTest, FolderClassByNameThenByOption) {
 
 TEST(ClassByFileNameTest, ExtensionsWithTheOneCaseSensitiveTest) {
   EXPECT_EQ(ClassByFileName("1.CAL"), kClassAppointment);
-  EXPECT_EQ(ClassByFileName("1.cal"), kClassMessage);
   EXPECT_EQ(ClassByFileName("1.Cal"), kClassMessage);
   EXPECT_EQ(ClassByFileName("1.tsk"), kClassTask);
   EXPECT_EQ(ClassByFileName("1.MAI"), kClassMessage);
   EXPECT_EQ(ClassByFileName("1.Vcf"), kClassContact);
   EXPECT_EQ(ClassByFileName("1.grp"), kClassContactsAndGroups);
   EXPECT_EQ(ClassByFileName("VCF"), kClassMessage);
-  EXPECT_EQ(ClassByFileName(""), kClassMessage);
 }
 
 TEST(SameFolderTest, SeparatorsAndCaseDoNotMatter) {

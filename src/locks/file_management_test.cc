@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
+#include <functional>
 
 #include "base/exception.h"
 #include "test_env.h"
@@ -20,6 +22,18 @@ using testing::ScopedDefaultEnv;
 using testing::TempDir;
 using testing::WriteFile;
 
+// The message of the Exception that run throws, or "no exception"; source
+// receives the source file it names.
+std::string ThrownMessage(const std::function<void()>& run, std::string* source = nullptr) {
+  try {
+    run();
+  } catch (const Exception& e) {
+    if (source) *source = e.source_file();
+    return e.message();
+  }
+  return "no exception";
+}
+
 class FileManagementTest : public ::testing::Test {
  protected:
   FileManagementTest() : scoped_env_(&env_) {}
@@ -28,18 +42,6 @@ class FileManagementTest : public ::testing::Test {
   // with a sharing violation while it lives.
   std::unique_ptr<platform::File> Hold(const std::string& path) {
     return env_.OpenFile(path, platform::OpenOptions{});
-  }
-
-  // The debugger output split into lines.
-  std::vector<std::string> Lines() {
-    std::vector<std::string> lines;
-    std::string all = env_.debug_output();
-    for (size_t at = 0; at < all.size();) {
-      size_t end = all.find('\n', at);
-      lines.push_back(all.substr(at, end - at + 1));
-      at = end + 1;
-    }
-    return lines;
   }
 
   TempDir dir_;
@@ -88,7 +90,8 @@ TEST_F(FileManagementTest, DeleteWithRetrySucceedsOnceTheHolderLetsGo) {
   // It deletes before it sleeps, so the pause after the good delete counts.
   EXPECT_EQ(env_.sleep_count(), 8);
   EXPECT_FALSE(Exists(path));
-  EXPECT_EQ(Lines().size(), 2u);  // warnings at attempts 0 and 5
+  const std::string out = env_.debug_output();
+  EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 2);  // warnings at attempts 0 and 5
 }
 
 TEST_F(FileManagementTest, MoveWithRetrySleepsBeforeEachRetry) {
@@ -135,13 +138,10 @@ TEST_F(FileManagementTest, EnsureDirectoryMakesEveryLevelAndReusesAnyCase) {
 
 TEST_F(FileManagementTest, EnsureDirectoryThrowsWithItsTexts) {
   auto message_of = [](const std::string& path) {
-    try {
-      EnsureDirectory(path);
-    } catch (const Exception& e) {
-      EXPECT_EQ(e.source_file(), kFileManagementSource);
-      return e.message();
-    }
-    return std::string("no exception");
+    std::string source;
+    std::string message = ThrownMessage([&] { EnsureDirectory(path); }, &source);
+    EXPECT_EQ(source, kFileManagementSource);
+    return message;
   };
   EXPECT_EQ(message_of(""), "Empty path");
   EXPECT_EQ(message_of(dir_.Sub("a?b")), "Invalid path: " + dir_.Sub("a?b"));
@@ -189,12 +189,8 @@ TEST_F(FileManagementTest, DeleteTreeReportsAHeldFile) {
 TEST_F(FileManagementTest, MoveTreeReplacesOnlyWhenAsked) {
   WriteFile(dir_.Sub("src/a"), "new");
   WriteFile(dir_.Sub("dst/old"), "old");
-  try {
-    MoveTree(dir_.Sub("src"), dir_.Sub("dst"), false);
-    ADD_FAILURE() << "no exception";
-  } catch (const Exception& e) {
-    EXPECT_EQ(e.message(), "Call to MoveFile failed (GetLastError() returned 183)");
-  }
+  EXPECT_EQ(ThrownMessage([&] { MoveTree(dir_.Sub("src"), dir_.Sub("dst"), false); }),
+            "Call to MoveFile failed (GetLastError() returned 183)");
   MoveTree(dir_.Sub("src"), dir_.Sub("dst"), true);
   EXPECT_EQ(ReadFile(dir_.Sub("dst/a")), "new");
   EXPECT_FALSE(Exists(dir_.Sub("dst/old")));
@@ -215,20 +211,12 @@ TEST_F(FileManagementTest, CopyTreeCopiesNestedFiles) {
   EXPECT_TRUE(Exists(dir_.Sub("src/s/b")));
 
   WriteFile(dir_.Sub("src/a"), "changed");
-  try {
-    CopyTree(dir_.Sub("src"), dir_.Sub("to/copy"), false);
-    ADD_FAILURE() << "no exception";
-  } catch (const Exception& e) {
-    EXPECT_EQ(e.message(), "Call to CopyFile failed (GetLastError() returned 80)");
-  }
+  EXPECT_EQ(ThrownMessage([&] { CopyTree(dir_.Sub("src"), dir_.Sub("to/copy"), false); }),
+            "Call to CopyFile failed (GetLastError() returned 80)");
   CopyTree(dir_.Sub("src"), dir_.Sub("to/copy"), true);
   EXPECT_EQ(ReadFile(dir_.Sub("to/copy/a")), "changed");
-  try {
-    CopyTree(dir_.Sub("none"), dir_.Sub("x"), true);
-    ADD_FAILURE() << "no exception";
-  } catch (const Exception& e) {
-    EXPECT_EQ(e.message(), "File not found: " + dir_.Sub("none"));
-  }
+  EXPECT_EQ(ThrownMessage([&] { CopyTree(dir_.Sub("none"), dir_.Sub("x"), true); }),
+            "File not found: " + dir_.Sub("none"));
 }
 
 TEST_F(FileManagementTest, WholeFileWriteAndRead) {
@@ -257,12 +245,8 @@ TEST_F(FileManagementTest, WholeFileWriteAndRead) {
   // A directory in the way: quiet gives false, loud throws with the text.
   MakeDirs(dir_.Sub("d"));
   EXPECT_FALSE(WriteWholeFile(dir_.Sub("d"), "x", true));
-  try {
-    WriteWholeFile(dir_.Sub("d"), "x", false);
-    ADD_FAILURE() << "no exception";
-  } catch (const Exception& e) {
-    EXPECT_EQ(e.message(), "Failed to open file " + dir_.Sub("d") + " for output");
-  }
+  EXPECT_EQ(ThrownMessage([&] { WriteWholeFile(dir_.Sub("d"), "x", false); }),
+            "Failed to open file " + dir_.Sub("d") + " for output");
 }
 
 }  // namespace
