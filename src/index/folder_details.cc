@@ -2,9 +2,41 @@
 #include "base/failure_guard.h"
 #include "index/index_source_names.h"
 #include "index/sorted_store_index.h"
-#include "index/text_search.h"
+#include "platform/path_case.h"
 
 namespace qaaisp {
+namespace {
+
+struct SystemFlags {
+  bool seen = false;
+  bool answered = false;
+  bool flagged = false;
+  bool deleted = false;
+  bool recent = false;
+};
+
+bool FlagAt(std::string_view rest, std::string_view flag) {
+  return rest.size() >= flag.size() && platform::EqualsNoCase(rest.substr(0, flag.size()), flag);
+}
+
+// Which system flags occur anywhere in status, letters compared without
+// case: every one starts with a backslash, so one pass over those finds
+// them all.
+SystemFlags SystemFlagsIn(std::string_view status) {
+  SystemFlags found;
+  for (size_t at = status.find('\\'); at != std::string_view::npos;
+       at = status.find('\\', at + 1)) {
+    const std::string_view rest = status.substr(at);
+    found.seen = found.seen || FlagAt(rest, "\\SEEN");
+    found.answered = found.answered || FlagAt(rest, "\\ANSWERED");
+    found.flagged = found.flagged || FlagAt(rest, "\\FLAGGED");
+    found.deleted = found.deleted || FlagAt(rest, "\\DELETED");
+    found.recent = found.recent || FlagAt(rest, "\\RECENT");
+  }
+  return found;
+}
+
+}  // namespace
 
 void SORTEDSTOREINDEXTYPE::GetFolderDetails(FolderDetails* details) {
   LineTrace trace = 0;
@@ -27,15 +59,16 @@ void SORTEDSTOREINDEXTYPE::GetFolderDetails(FolderDetails* details) {
         row->GetTextAt(flags, &integer_text);
         status = integer_text;
       }
-      if (ContainsNoCase(status, "\\SEEN")) {
+      const SystemFlags flags_set = SystemFlagsIn(status);
+      if (flags_set.seen) {
         ++details->Seen;
         // The first seen row, not the first unseen one.
         if (details->FirstSeen == 0) details->FirstSeen = details->Total;
       }
-      if (ContainsNoCase(status, "\\ANSWERED")) ++details->Answered;
-      if (ContainsNoCase(status, "\\FLAGGED")) ++details->Flagged;
-      if (ContainsNoCase(status, "\\DELETED")) ++details->Deleted;
-      if (ContainsNoCase(status, "\\RECENT")) ++details->Recent;
+      if (flags_set.answered) ++details->Answered;
+      if (flags_set.flagged) ++details->Flagged;
+      if (flags_set.deleted) ++details->Deleted;
+      if (flags_set.recent) ++details->Recent;
     }
   });
 }

@@ -28,19 +28,6 @@ std::string NativeFolder(const std::string& folder) {
   return platform::ResolveCaseInsensitive(platform::Env::Default(), native);
 }
 
-// The load's rebuild has just saved the table whole: a table with nothing
-// changed since, whose file is still the one that save wrote, would only be
-// written again byte for byte (and make every other process reload it).
-bool SavedAsItStands(const SORTEDSTOREINDEXTYPE& table, const std::string& folder) {
-  if (table.FirstModifiedUID != 0 || table.FullRewriteRequired || !table.removed_rows().empty() ||
-      table.IndexFileDate == 0) {
-    return false;
-  }
-  platform::FileInfo file;
-  return platform::Env::Default()->Stat(folder + "/" + files::kIndexXml, &file) && file.exists &&
-         file.write_time.ticks() == table.IndexFileDate;
-}
-
 }  // namespace
 
 void RegisterMessageRescan() {
@@ -77,7 +64,9 @@ bool ScanFolders(const std::string& folder_name) {
   request.quiet = false;
   const bool loaded =
       loader->Deserialise(&index.table, request, /*delete_change_file=*/true) >= LoadFull;
-  if (loaded && !SavedAsItStands(index.table, folder)) {
+  // The load's rebuild has just saved the table whole; unchanged since, it
+  // is not written again.
+  if (loaded && !IndexSavedAsItStands(index.table, folder, /*item_class=*/0)) {
     SaveIndexFile(&index.table, folder, /*item_class=*/0);
   }
   return loaded;

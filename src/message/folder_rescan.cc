@@ -23,6 +23,7 @@
 #include "message/uid_branding.h"
 #include "notify/dirty_flags.h"
 #include "persist/index_serialiser.h"
+#include "persist/unindexed_index_serialiser.h"
 
 namespace qaaisp {
 namespace {
@@ -162,8 +163,12 @@ void WriteFolderSizeFile(const std::string& folder, uint64_t total_bytes) {
                                  std::to_string(kilobytes));
 }
 
-// A new index file is dated now in all three times.
-void StampNow(const std::string& path) {
+// A new index file is dated now in all three times. A table that is the
+// file as it stands keeps up with the new time, so that it is not taken
+// for another process's change (and saved or reloaded again).
+void StampNow(SORTEDSTOREINDEXTYPE* index, const std::string& folder) {
+  const std::string path = InFolder(folder, files::kIndexXml);
+  const bool as_it_stands = IndexSavedAsItStands(*index, folder, /*item_class=*/0);
   platform::Env* env = platform::Env::Default();
   platform::OpenOptions options;
   options.read = false;
@@ -172,7 +177,11 @@ void StampNow(const std::string& path) {
   std::unique_ptr<platform::File> file = env->OpenFile(path, options);
   if (!file) return;
   const platform::FileTime now = env->NowFileTime();
-  file->SetTimes(&now, &now, &now);
+  if (!file->SetTimes(&now, &now, &now) || !as_it_stands) return;
+  file.reset();
+  platform::FileInfo stamped;
+  if (env->Stat(path, &stamped) && stamped.exists)
+    index->IndexFileDate = stamped.write_time.ticks();
 }
 
 // Makes and inserts the row; gives it (owned by the table), or null.
@@ -314,7 +323,7 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
     }
   }
   heartbeat.Restore();
-  if (!index_existed) StampNow(InFolder(folder, files::kIndexXml));
+  if (!index_existed) StampNow(index, folder);
   return result;
 }
 

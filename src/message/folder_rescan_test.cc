@@ -379,6 +379,24 @@ TEST_F(FolderRescanTest, ARebuildKeepsWhatTheIndexKnewAndSetsABadIndexAside) {
   EXPECT_TRUE(ScanFolders(folder_));
 }
 
+// A rebuild from nothing writes its index once, dated now; a table that
+// made it knows that date, so it does not take its own file for another
+// process's change.
+TEST_F(FolderRescanTest, ARebuildFromNothingIsSavedOnceAndKnowsItsFileDate) {
+  Put("1.MAI", Message("one"));
+  ASSERT_TRUE(ScanFolders(folder_));
+  platform::FileInfo written;
+  ASSERT_TRUE(env_.Stat(Path("_index.xml"), &written));
+  EXPECT_EQ(written.write_time.ticks(), env_.NowFileTime().ticks()) << "saved again after dating";
+
+  std::remove(Path("_index.xml").c_str());
+  StoreIndex index;
+  index.folder_path = folder_;
+  EXPECT_EQ(ScanStoreIndex(&index, 1), 1);
+  ASSERT_TRUE(env_.Stat(Path("_index.xml"), &written));
+  EXPECT_EQ(index.table.IndexFileDate, written.write_time.ticks());
+}
+
 // Every file call of a scan fails once in turn. The index must still load
 // in full; unless it came out as intended, the folder must stay marked as
 // changed (the index writer may have got part of the way); and a clean scan

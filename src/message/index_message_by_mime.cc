@@ -1,6 +1,8 @@
 // The MIME reader of the header indexer: the whole file in memory, its
 // header split into decoded fields, and a walk over its parts for
 // attachments and calendar classes.
+#include <cstdint>
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -57,7 +59,10 @@ bool ReadMessageFile(const std::string& path, platform::ReadBuffer* text,
 // encoding's fixed rule. Surrogates, paired or not, go to the converter,
 // which decides what a lone one becomes.
 void ToUtf8(const std::u16string& wide, std::string* out) {
-  out->clear();
+  // At most three bytes a unit, written in place and cut to size after.
+  out->resize(wide.size() * 3);
+  char* const begin = out->data();
+  char* at = begin;
   for (char16_t c : wide) {
     if (c >= 0xD800 && c < 0xE000) {
       out->clear();
@@ -65,16 +70,17 @@ void ToUtf8(const std::u16string& wide, std::string* out) {
       return;
     }
     if (c < 0x80) {
-      out->push_back(static_cast<char>(c));
+      *at++ = static_cast<char>(c);
     } else if (c < 0x800) {
-      out->push_back(static_cast<char>(0xC0 | (c >> 6)));
-      out->push_back(static_cast<char>(0x80 | (c & 0x3F)));
+      *at++ = static_cast<char>(0xC0 | (c >> 6));
+      *at++ = static_cast<char>(0x80 | (c & 0x3F));
     } else {
-      out->push_back(static_cast<char>(0xE0 | (c >> 12)));
-      out->push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-      out->push_back(static_cast<char>(0x80 | (c & 0x3F)));
+      *at++ = static_cast<char>(0xE0 | (c >> 12));
+      *at++ = static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+      *at++ = static_cast<char>(0x80 | (c & 0x3F));
     }
   }
+  out->resize(static_cast<size_t>(at - begin));
 }
 
 // Adjacent encoded words left undecoded still join.
@@ -152,12 +158,23 @@ Field Classify(std::string_view name) {
 
 // The value as the header reader decodes it, in UTF-8. Most values are
 // plain ASCII with no encoded word, which decode to themselves.
-void DecodeValue(std::string_view raw, MimeScratch* scratch) {
-  bool plain = raw.find("=?") == std::string_view::npos;
-  for (size_t i = 0; plain && i < raw.size(); ++i) {
-    if (static_cast<unsigned char>(raw[i]) >= 0x80) plain = false;
+// Eight bytes at a time: header values are mostly tens of bytes long.
+bool IsAsciiText(std::string_view text) {
+  const char* p = text.data();
+  size_t n = text.size();
+  for (; n >= 8; p += 8, n -= 8) {
+    uint64_t word;
+    std::memcpy(&word, p, 8);
+    if (word & 0x8080808080808080ull) return false;
   }
-  if (plain) {
+  for (; n > 0; ++p, --n) {
+    if (static_cast<unsigned char>(*p) >= 0x80) return false;
+  }
+  return true;
+}
+
+void DecodeValue(std::string_view raw, MimeScratch* scratch) {
+  if (IsAsciiText(raw) && raw.find("=?") == std::string_view::npos) {
     scratch->value.assign(raw);
     return;
   }
@@ -311,7 +328,8 @@ int IndexMessageByMime(const std::string& path, MessageHeaderInfo* info, bool /*
 
   if (!scratch.content_type.empty()) ApplyCalendarClass(scratch.content_type, body, info);
   LeafFacts facts(info);
-  WalkMessageLeaves(message, &facts);
+  // The walk need not look for the top header's end again.
+  WalkMessageLeaves(message, &facts, normalised ? std::string_view::npos : blank);
   scratch.Trim();
   return 1;
 }

@@ -27,9 +27,11 @@ struct PartFields {
   bool has_content_id = false;
 
   // Reads the header at the start of text; *body is the offset behind its
-  // blank line. False, as ReadPartHeader gives, where there is none.
-  bool Read(std::string_view text, size_t* body) {
-    const size_t blank = mime::Find(text, "\r\n\r\n");
+  // blank line, which known_blank gives where the caller has found it
+  // already. False, as ReadPartHeader gives, where there is none.
+  bool Read(std::string_view text, size_t* body, size_t known_blank = std::string_view::npos) {
+    const size_t blank =
+        known_blank != std::string_view::npos ? known_blank : mime::Find(text, "\r\n\r\n");
     if (blank == std::string_view::npos) return false;
     *body = blank + 4;
     header = text.substr(0, blank);
@@ -68,7 +70,8 @@ struct PartFields {
 
 class LeafWalk {
  public:
-  LeafWalk(std::string_view text, LeafVisitor* visitor) : text_(text), visitor_(visitor) {}
+  LeafWalk(std::string_view text, LeafVisitor* visitor, size_t top_blank)
+      : text_(text), visitor_(visitor), top_blank_(top_blank) {}
 
   // One level below the container with parent_boundary (or the top when it
   // is null), from *cursor.
@@ -90,7 +93,8 @@ class LeafWalk {
         *cursor = mime::NextLine(text_, *cursor);
       } else {
         size_t body = 0;
-        if (!part.Read(text_.substr(*cursor), &body)) return 0;
+        const size_t known = parent_boundary ? std::string_view::npos : top_blank_;
+        if (!part.Read(text_.substr(*cursor), &body, known)) return 0;
         *cursor += body;
       }
       LeafView leaf;
@@ -146,6 +150,7 @@ class LeafWalk {
 
   std::string_view text_;
   LeafVisitor* visitor_;
+  size_t top_blank_;
   size_t leaves_ = 0;
   int counter_ = 0;
   bool nested_ = false;
@@ -166,9 +171,9 @@ class Collector : public LeafVisitor {
 
 }  // namespace
 
-int WalkMessageLeaves(std::string_view message, LeafVisitor* visitor) {
+int WalkMessageLeaves(std::string_view message, LeafVisitor* visitor, size_t top_blank) {
   size_t cursor = 0;
-  return LeafWalk(message, visitor).Level(&cursor, nullptr, 0);
+  return LeafWalk(message, visitor, top_blank).Level(&cursor, nullptr, 0);
 }
 
 int ScanMessageLeaves(std::string_view message, std::vector<MessageLeaf>* leaves) {

@@ -34,8 +34,11 @@ class LeafVisitor {
 
 // Walks message, whose line ends must already be CRLF, and hands each leaf
 // to visitor in order. Gives 1, or 0 where MessageReader::ParseParts gives
-// 0; the leaves met by then have been visited.
-int WalkMessageLeaves(std::string_view message, LeafVisitor* visitor);
+// 0; the leaves met by then have been visited. top_blank, where the caller
+// has looked already, is the offset of the first "\r\n\r\n" in message
+// (npos: not looked for, or none there).
+int WalkMessageLeaves(std::string_view message, LeafVisitor* visitor,
+                      size_t top_blank = std::string_view::npos);
 
 // The same walk, collected.
 struct MessageLeaf {

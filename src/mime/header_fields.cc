@@ -18,6 +18,15 @@ std::string_view LineAt(std::string_view header, size_t pos, size_t* next) {
 
 std::string_view TrimWhiteSpace(std::string_view text) { return mime::TrimBlanks(text); }
 
+// A plain loop: names are short, and find_first_of searches the set once
+// per byte.
+bool HasBlank(std::string_view text) {
+  for (char c : text) {
+    if (mime::IsBlank(c)) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 bool HeaderFieldReader::Next(std::string_view* name_out, std::string_view* value_out) {
@@ -32,7 +41,7 @@ bool HeaderFieldReader::Next(std::string_view* name_out, std::string_view* value
     std::string_view name = line.substr(0, colon);
     while (!name.empty() && mime::IsBlank(name.back())) name.remove_suffix(1);
     // A name has no blanks inside: this skips an mbox "From " line.
-    if (name.empty() || name.find_first_of(" \t") != std::string_view::npos) continue;
+    if (name.empty() || HasBlank(name)) continue;
     std::string_view value = line.substr(colon + 1);
     // Continuation lines: most fields have none, so the value stays a view.
     bool folded = false;

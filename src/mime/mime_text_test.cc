@@ -32,6 +32,37 @@ TEST(MimeTextFindTest, AgreesWithAPlainSearch) {
   EXPECT_EQ(Find("abc", "abcd"), std::string_view::npos);
 }
 
+TEST(MimeTextFindTest, CaseFreeSearchAgreesWithAPlainOne) {
+  const auto plain = [](std::string_view text, std::string_view needle, size_t from) {
+    for (size_t i = from; i + needle.size() <= text.size(); ++i) {
+      if (StartsWithNoCase(text.substr(i), needle)) return i;
+    }
+    return std::string_view::npos;
+  };
+  std::mt19937 random(4);
+  const std::string alphabet = "aAbB-\xC1";
+  const std::string needles[] = {"a",
+                                 "AB",
+                                 "ba-",
+                                 "-",
+                                 "\xC1"
+                                 "a",
+                                 "aaa",
+                                 "Bb"};
+  for (int round = 0; round < 3000; ++round) {
+    std::string text(random() % 30, ' ');
+    for (char& c : text) c = alphabet[random() % alphabet.size()];
+    for (const std::string& needle : needles) {
+      for (size_t from : {size_t{0}, size_t{2}, text.size() / 2, text.size()}) {
+        ASSERT_EQ(FindNoCase(text, needle, from), plain(text, needle, from))
+            << needle << " from " << from << " in " << text;
+      }
+    }
+  }
+  EXPECT_EQ(FindNoCase("abc", "", 1), 1u);
+  EXPECT_EQ(FindNoCase("abc", "", 4), std::string_view::npos);
+}
+
 TEST(MimeTextFindTest, NearMissesFallBackAndStillFindTheEnd) {
   // Every position matches all but the needle's last byte.
   const std::string needle = std::string(200, '-') + "x";

@@ -1,5 +1,6 @@
 #include "persist/index_escape.h"
 
+#include <array>
 #include <cstdint>
 
 namespace qaaisp::persist {
@@ -51,7 +52,7 @@ uint32_t DecodeSequence(const unsigned char* p, size_t length) {
   return ((p[0] & 0x07u) << 18) | ((p[1] & 0x3Fu) << 12) | ((p[2] & 0x3Fu) << 6) | (p[3] & 0x3Fu);
 }
 
-bool XmlAllowsUnit(uint32_t unit) {
+constexpr bool XmlAllowsUnit(uint32_t unit) {
   return unit == 0x9 || unit == 0xA || unit == 0xD || (unit >= 0x20 && unit <= 0xD7FF) ||
          (unit >= 0xE000 && unit <= 0xFFFD);
 }
@@ -142,9 +143,9 @@ void TextEscaper::Append(std::string_view text, std::string* out) const {
       out->append(text);
     }
   } else if (require_valid_utf8_) {
-    AppendUnicode(CleanToValidUtf8(text), out);
+    AppendUnicode(text, out, /*clean=*/true);
   } else {
-    AppendUnicode(text, out);
+    AppendUnicode(text, out, /*clean=*/false);
   }
 }
 
@@ -160,47 +161,78 @@ void TextEscaper::AppendPlain(std::string_view text, std::string* out) const {
   out->append(text.data() + run, text.size() - run);
 }
 
-void TextEscaper::AppendUnicode(std::string_view text, std::string* out) const {
+// The ASCII bytes that the code point path copies as they are.
+constexpr std::array<bool, 128> kUnicodePass = [] {
+  std::array<bool, 128> pass{};
+  for (int c = 0; c < 128; ++c) {
+    pass[c] = XmlAllowsUnit(static_cast<uint32_t>(c)) && c != '&' && c != '<' && c != '>';
+  }
+  return pass;
+}();
+
+void TextEscaper::AppendUnicode(std::string_view text, std::string* out, bool clean) const {
   const auto* p = reinterpret_cast<const unsigned char*>(text.data());
   const size_t n = text.size();
+  // Bytes that stand for themselves, nearly all of them, are copied a run
+  // at a time rather than one by one.
+  size_t run = 0;
+  const auto flush = [&](size_t upto) { out->append(text.data() + run, upto - run); };
   size_t i = 0;
   while (i < n) {
+    while (i < n && p[i] < 0x80 && kUnicodePass[p[i]] && (!clean || p[i] != 0x7F)) ++i;
+    if (i == n) break;
     unsigned char c = p[i];
     if (c < 0x80) {
-      if (c == '&') {
+      flush(i);
+      if (clean && (c == 0x7F || !XmlAllowsUnit(c))) {
+        // Cleaning makes every other control byte a space.
+        out->push_back(' ');
+      } else if (c == '&') {
         out->append("&amp;");
       } else if (c == '<') {
         out->append("&lt;");
       } else if (c == '>') {
         out->append("&gt;");
-      } else if (XmlAllowsUnit(c)) {
-        out->push_back(static_cast<char>(c));
       } else {
         AppendReference(c, out);
       }
-      ++i;
+      run = ++i;
       continue;
     }
     bool complete = false;
     size_t length = MaximalSubpart(p + i, n - i, &complete);
     if (!complete) {
-      out->append(kReplacement);
+      flush(i);
+      if (clean) {
+        // Cleaning spends only the lead; a continuation byte behind it is
+        // a stray byte of its own, met on the next turn.
+        out->push_back(' ');
+        length = 1;
+      } else {
+        out->append(kReplacement);
+      }
       i += length;
+      run = i;
       continue;
     }
     uint32_t code_point = DecodeSequence(p + i, length);
+    if (code_point <= 0xFFFF && XmlAllowsUnit(code_point)) {
+      i += length;
+      continue;
+    }
+    flush(i);
     if (code_point > 0xFFFF) {
       // Two UTF-16 units, both surrogates, which XML does not allow alone.
       uint32_t v = code_point - 0x10000;
       AppendReference(0xD800 + (v >> 10), out);
       AppendReference(0xDC00 + (v & 0x3FF), out);
-    } else if (XmlAllowsUnit(code_point)) {
-      out->append(text.data() + i, length);
     } else {
       AppendReference(code_point, out);
     }
     i += length;
+    run = i;
   }
+  flush(n);
 }
 
 }  // namespace qaaisp::persist

@@ -40,8 +40,10 @@ class TextEscaper {
  private:
   // The escape table applied in one pass from the left.
   void AppendPlain(std::string_view text, std::string* out) const;
-  // Code point by code point, with references for what XML forbids.
-  void AppendUnicode(std::string_view text, std::string* out) const;
+  // Code point by code point, with references for what XML forbids. With
+  // clean, text is first taken as CleanToValidUtf8 would give it back,
+  // without making that copy.
+  void AppendUnicode(std::string_view text, std::string* out, bool clean) const;
 
   // What each byte asks for: nothing, an entity, or the code point path.
   enum ByteClass : uint8_t { kPass, kEntity, kNotPlain };

@@ -3,6 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <random>
+#include <sstream>
+#include <vector>
+
 #include "base/dates.h"
 #include "persist/index_escape.h"
 #include "persist/stream_index_test_support.h"
@@ -396,6 +400,19 @@ TEST(IndexEscapeTest, OtherTextIsCleanedAndReferenced) {
             "b");
   EXPECT_EQ(lenient.Escape("\xE2\x82<"), "\xEF\xBF\xBD&lt;");
   EXPECT_EQ(lenient.Escape("\x01\x7F"), "&#x1;\x7F");
+
+  // Cleaning is done in the same pass as escaping: it must come to what
+  // escaping the cleaned copy gives.
+  std::mt19937 random(5);
+  std::vector<std::string> bytes;
+  std::stringstream pieces("a|<|&|\x01|\x7F|\xC3|\xA9|\xE2\x82|\xF0\x9F\x98|\x80|\xEF\xBF\xBE|\t");
+  for (std::string piece; std::getline(pieces, piece, '|');) bytes.push_back(piece);
+  for (int round = 0; round < 2000; ++round) {
+    std::string text;
+    for (int n = static_cast<int>(random() % 12); n > 0; --n)
+      text += bytes[random() % bytes.size()];
+    ASSERT_EQ(strict.Escape(text), lenient.Escape(CleanToValidUtf8(text))) << round;
+  }
 }
 
 TEST_F(StreamIndexWriterTest, MessagesEscapeOnlyTheirMarkupFields) {

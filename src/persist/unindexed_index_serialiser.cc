@@ -43,6 +43,17 @@ bool IndexFilePresent(const std::string& folder) {
 }  // namespace
 
 void SetUnindexedScanRoutines(const UnindexedScanRoutines& routines) { g_routines = routines; }
+
+bool IndexSavedAsItStands(const SORTEDSTOREINDEXTYPE& index, const std::string& folder,
+                          int32_t item_class) {
+  if (index.FirstModifiedUID != 0 || index.FullRewriteRequired || !index.removed_rows().empty() ||
+      index.IndexFileDate == 0) {
+    return false;
+  }
+  platform::FileInfo file;
+  return platform::Env::Default()->Stat(persist::IndexFilePath(folder, item_class), &file) &&
+         file.exists && !file.is_directory && file.write_time.ticks() == index.IndexFileDate;
+}
 const UnindexedScanRoutines& GetUnindexedScanRoutines() { return g_routines; }
 
 UnindexedStoreIndexSerialiser::UnindexedStoreIndexSerialiser(StoreIndexSerialiser* wrapped,
@@ -82,12 +93,18 @@ int32_t UnindexedStoreIndexSerialiser::DeserialiseHook(SORTEDSTOREINDEXTYPE* ind
       persist::RaiseToFloor(&index->LastUID, persist::LastUidInFolderStatus(folder));
     }
 
+    // The message scan saves what it built itself; when that save went
+    // through and nothing changed since, a second one would only rewrite
+    // the same bytes.
+    bool saved_by_scan = false;
     switch (request.item_class) {
       case 0:
       case 23:
       case 25:
         if (g_routines.scan_messages) {
           g_routines.scan_messages(index, folder, kBlockModeCallerHolds);
+          saved_by_scan =
+              result != LoadFailed && IndexSavedAsItStands(*index, folder, request.item_class);
         }
         break;
       case 1:
@@ -112,6 +129,7 @@ int32_t UnindexedStoreIndexSerialiser::DeserialiseHook(SORTEDSTOREINDEXTYPE* ind
         result = LoadFailed;
         break;
     }
+    if (saved_by_scan) return result;
     index->FullRewriteRequired = true;
     if (result != LoadFailed) SaveIndexFile(index, folder, request.item_class);
     return result;

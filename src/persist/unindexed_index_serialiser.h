@@ -31,6 +31,14 @@ struct UnindexedScanRoutines {
 void SetUnindexedScanRoutines(const UnindexedScanRoutines& routines);
 const UnindexedScanRoutines& GetUnindexedScanRoutines();
 
+// Whether the index file of the class is, as far as the table can tell,
+// exactly the table as it stands: saved by it, nothing changed since, and
+// the file's time still the one that save (or a later stamp the table
+// took note of) left. Saving such a table again would write the same
+// bytes and make every other process reload them.
+bool IndexSavedAsItStands(const SORTEDSTOREINDEXTYPE& index, const std::string& folder,
+                          int32_t item_class);
+
 class UnindexedStoreIndexSerialiser : public StoreIndexSerialiser {
  public:
   // Owns wrapped (which may be null) unless told otherwise.

@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <limits>
@@ -119,7 +120,13 @@ class ZoneCache {
 
   // Makes sure the entries were made under the zone in force now.
   void Check() {
-    const char* tz = ::getenv("TZ");
+    // A TZ found before is most often still the same entry in the same
+    // place, which is cheaper to confirm than a search of the environment.
+    char** const env = environ;
+    if (primed_ && tz_set_ && env == env_ && env[tz_index_] == tz_entry_ && tz_ == tz_entry_ + 3) {
+      return;
+    }
+    const char* tz = FindTz(env);
     const bool set = tz != nullptr;
     if (primed_ && set == tz_set_ && (!set || tz_ == tz)) return;
     primed_ = true;
@@ -178,9 +185,27 @@ class ZoneCache {
   }
 
  private:
+  // The value of the first "TZ=" entry, as getenv finds it, noting where it
+  // stands.
+  const char* FindTz(char** env) {
+    env_ = env;
+    tz_entry_ = nullptr;
+    for (size_t i = 0; env != nullptr && env[i] != nullptr; ++i) {
+      if (env[i][0] == 'T' && env[i][1] == 'Z' && env[i][2] == '=') {
+        tz_index_ = i;
+        tz_entry_ = env[i];
+        return env[i] + 3;
+      }
+    }
+    return nullptr;
+  }
+
   bool primed_ = false;
   bool tz_set_ = false;
   std::string tz_;
+  char** env_ = nullptr;
+  size_t tz_index_ = 0;
+  const char* tz_entry_ = nullptr;
   CalmDay local_days_[kDays];
   CalmDay utc_days_[kDays];
 };
