@@ -1,5 +1,6 @@
 #include "base/charsets.h"
 
+#include <array>
 #include <iterator>
 #include <string>
 #include <unordered_map>
@@ -367,9 +368,26 @@ const std::unordered_map<std::string, uint32_t>& FoldedTable() {
 uint32_t CodePageOfCharset(std::string_view name) {
   // Names are compared as terminated texts.
   name = name.substr(0, name.find('\0'));
+  // A thread meets the same few spellings over and over (one per encoded
+  // word of a header): the last ones are kept as given, so that only a new
+  // spelling is folded and looked up.
+  struct Seen {
+    std::string name;
+    uint32_t code_page = 0;
+  };
+  thread_local std::array<Seen, 8> seen;
+  thread_local size_t next_seen = 0;
+  for (const Seen& s : seen) {
+    if (!s.name.empty() && s.name == name) return s.code_page;
+  }
   const auto& table = FoldedTable();
   auto it = table.find(LowerAscii(name));
-  return it == table.end() ? 0 : it->second;
+  const uint32_t code_page = it == table.end() ? 0 : it->second;
+  if (!name.empty() && name.size() <= 64) {
+    seen[next_seen] = Seen{std::string(name), code_page};
+    next_seen = (next_seen + 1) % seen.size();
+  }
+  return code_page;
 }
 
 int NarrowToWide(std::string_view text, std::u16string* out, uint32_t code_page) {

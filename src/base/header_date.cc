@@ -95,6 +95,49 @@ bool CutFields(const char* date, HeaderFields* f) {
   return true;
 }
 
+// The usual form, "Tue, 14 Nov 2023 10:00:00 +0000" with or without its
+// weekday, cut without the general cutter's searches into the very fields
+// CutFields gives it. Anything else (a longer weekday, a comma further on,
+// a doubled blank, a part missing or of another length) gives false and
+// is left to CutFields.
+bool CutUsualFields(const char* date, HeaderFields* f) {
+  const auto letter = [](char c) {
+    const char lower = static_cast<char>(c | 0x20);
+    return lower >= 'a' && lower <= 'z';
+  };
+  const auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  const char* p = date;
+  const char* comma = std::strchr(date, ',');
+  if (comma != nullptr) {
+    if (comma != date + 3 || !letter(date[0]) || !letter(date[1]) || !letter(date[2]) ||
+        date[4] != ' ') {
+      return false;
+    }
+    p = date + 5;
+  }
+  const auto take = [&p](char* field, size_t least, size_t most, auto fits, char end) {
+    size_t n = 0;
+    while (n < most && fits(p[n])) ++n;
+    if (n < least || p[n] != end) return false;
+    std::memcpy(field, p, n);
+    field[n] = '\0';
+    p += n + 1;
+    return true;
+  };
+  if (!take(f->day, 1, 2, digit, ' ') || !take(f->month, 3, 3, letter, ' ') ||
+      !take(f->year, 2, 4, digit, ' ') || !take(f->hour, 1, 2, digit, ':') ||
+      !take(f->minute, 2, 2, digit, ':') || !take(f->second, 2, 2, digit, ' ')) {
+    return false;
+  }
+  if (*p == ' ' || *p == '\0') return false;
+  const char* blank = std::strchr(p, ' ');
+  const size_t n =
+      std::min(blank != nullptr ? static_cast<size_t>(blank - p) : std::strlen(p), kFieldSize - 1);
+  std::memcpy(f->zone, p, n);
+  f->zone[n] = '\0';
+  return true;
+}
+
 // Month names "Jan" to "Nov" are 0 to 10; anything else, December.
 int32_t MonthIndex(const char* name) {
   static constexpr const char* kNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
@@ -110,7 +153,10 @@ int32_t MonthIndex(const char* name) {
 void NormaliseHeaderDate(const char* date, char* out, size_t out_size) {
   if (date == nullptr || out == nullptr || out_size == 0) return;
   HeaderFields f;
-  if (!CutFields(date, &f)) return;
+  if (!CutUsualFields(date, &f)) {
+    f = HeaderFields{};
+    if (!CutFields(date, &f)) return;
+  }
 
   int32_t year = LeadingDecimal(f.year);
   // Two-digit years are always this century's: "99" is 2099.

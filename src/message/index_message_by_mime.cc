@@ -313,14 +313,14 @@ int IndexMessageByMime(const std::string& path, MessageHeaderInfo* info, bool /*
   scratch.content_type.clear();
   HeaderFieldReader fields(header);
   std::string_view name;
-  std::string_view raw;
-  while (fields.Next(&name, &raw)) {
+  // Only the values of the fields kept are put together.
+  while (fields.NextName(&name)) {
     const Field field = Classify(name);
     if (field == Field::kNone) continue;
     // Only the first Received that carries a date counts.
     if (field == Field::kReceived && !info->Received.empty()) continue;
     // A List-Unsubscribe counts by being there.
-    if (field != Field::kListUnsubscribe) DecodeValue(raw, &scratch);
+    if (field != Field::kListUnsubscribe) DecodeValue(fields.Value(), &scratch);
     ApplyField(field, scratch.value, info, &scratch.content_type);
   }
   if (info->From.empty()) info->From = kUnknownSender;

@@ -29,7 +29,14 @@ bool HasBlank(std::string_view text) {
 
 }  // namespace
 
-bool HeaderFieldReader::Next(std::string_view* name_out, std::string_view* value_out) {
+bool HeaderFieldReader::NextName(std::string_view* name_out) {
+  if (value_pending_) {
+    // The value nobody asked for: its continuation lines are passed over.
+    while (pos_ < header_.size() && mime::IsBlank(header_[pos_])) {
+      pos_ = mime::NextLine(header_, pos_);
+    }
+    value_pending_ = false;
+  }
   while (pos_ < header_.size()) {
     size_t next = 0;
     std::string_view line = LineAt(header_, pos_, &next);
@@ -42,25 +49,33 @@ bool HeaderFieldReader::Next(std::string_view* name_out, std::string_view* value
     while (!name.empty() && mime::IsBlank(name.back())) name.remove_suffix(1);
     // A name has no blanks inside: this skips an mbox "From " line.
     if (name.empty() || HasBlank(name)) continue;
-    std::string_view value = line.substr(colon + 1);
-    // Continuation lines: most fields have none, so the value stays a view.
-    bool folded = false;
-    while (pos_ < header_.size() && mime::IsBlank(header_[pos_])) {
-      std::string_view more = LineAt(header_, pos_, &next);
-      if (!folded) {
-        joined_.assign(value);
-        folded = true;
-      }
-      joined_.append(more);
-      pos_ = next;
-    }
-    if (folded) value = joined_;
+    first_line_ = line.substr(colon + 1);
+    value_pending_ = true;
     *name_out = name;
-    *value_out = TrimWhiteSpace(value);
     return true;
   }
   pos_ = header_.size();
   return false;
+}
+
+std::string_view HeaderFieldReader::Value() {
+  if (!value_pending_) return {};
+  value_pending_ = false;
+  std::string_view value = first_line_;
+  // Continuation lines: most fields have none, so the value stays a view.
+  bool folded = false;
+  while (pos_ < header_.size() && mime::IsBlank(header_[pos_])) {
+    size_t next = 0;
+    std::string_view more = LineAt(header_, pos_, &next);
+    if (!folded) {
+      joined_.assign(value);
+      folded = true;
+    }
+    joined_.append(more);
+    pos_ = next;
+  }
+  if (folded) value = joined_;
+  return TrimWhiteSpace(value);
 }
 
 int ParseHeaderFields(std::string_view header, std::vector<HeaderField>* fields, int options) {

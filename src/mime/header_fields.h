@@ -29,12 +29,23 @@ class HeaderFieldReader {
   explicit HeaderFieldReader(std::string_view header) : header_(header) {}
   // The next field's name and its value, unfolded and trimmed; false at the
   // end of the header. The views hold until the next call.
-  bool Next(std::string_view* name, std::string_view* value);
+  bool Next(std::string_view* name, std::string_view* value) {
+    if (!NextName(name)) return false;
+    *value = Value();
+    return true;
+  }
+  // The same in two steps, for a reader that wants few of the fields: the
+  // next field's name, and then, if asked for, its value. A value not asked
+  // for is never put together.
+  bool NextName(std::string_view* name);
+  std::string_view Value();
 
  private:
   std::string_view header_;
   size_t pos_ = 0;
-  std::string joined_;  // a folded value, put together
+  std::string_view first_line_;  // the field's value on its name's line
+  bool value_pending_ = false;   // continuation lines not yet passed
+  std::string joined_;           // a folded value, put together
 };
 
 // Appends one field per "name: value" line of header to fields, up to the

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <memory>
 #include <unordered_map>
 
 namespace qaaisp::platform {
@@ -184,6 +185,103 @@ const CodePageName* FindCodePage(uint32_t code_page) {
 
 constexpr const char* kUtf16 = std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
 const iconv_t kNoConverter = reinterpret_cast<iconv_t>(-1);
+constexpr uint32_t kUtf8Page = 65001;
+
+// The decoding of a page whose every byte stands alone: it gives one UTF-16
+// unit, or is refused by itself (ISO 8859, KOI8 and most Windows pages).
+// Text in such a page decodes byte by byte to what its converter gives, a
+// refused byte becoming the replacement as Convert has it.
+struct ByteTable {
+  bool single_byte = false;
+  char16_t units[256] = {};
+};
+
+// Asks the converter for each byte on its own. A page that holds a byte
+// back for what follows (to join it with a mark, or as part of a sequence
+// or shift) gets no table.
+bool FillByteTable(iconv_t cd, ByteTable* table) {
+  for (int b = 0; b < 256; ++b) {
+    ::iconv(cd, nullptr, nullptr, nullptr, nullptr);
+    char in = static_cast<char>(b);
+    char* src = &in;
+    size_t in_left = 1;
+    char16_t units[4];
+    char* dst = reinterpret_cast<char*>(units);
+    size_t room = sizeof units;
+    if (::iconv(cd, &src, &in_left, &dst, &room) == static_cast<size_t>(-1)) {
+      if (errno != EILSEQ || room != sizeof units) return false;
+      table->units[b] = 0xFFFD;
+      continue;
+    }
+    if (in_left != 0 || room != sizeof units - sizeof(char16_t)) return false;
+    char16_t held[4];
+    char* held_dst = reinterpret_cast<char*>(held);
+    size_t held_room = sizeof held;
+    if (::iconv(cd, nullptr, nullptr, &held_dst, &held_room) == static_cast<size_t>(-1) ||
+        held_room != sizeof held) {
+      return false;
+    }
+    table->units[b] = units[0];
+  }
+  ::iconv(cd, nullptr, nullptr, nullptr, nullptr);
+  return true;
+}
+
+// Well-formed UTF-8 decodes to the same units by any reader; what is not is
+// left to the converter, whose handling of each bad byte decides. False,
+// with out untouched, for text that is not well formed.
+bool DecodeWellFormedUtf8(std::string_view text, std::u16string* out) {
+  std::u16string wide(text.size(), u'\0');
+  size_t used = 0;
+  const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+  const size_t n = text.size();
+  size_t i = 0;
+  while (i < n) {
+    const unsigned char lead = p[i];
+    if (lead < 0x80) {
+      wide[used++] = lead;
+      ++i;
+      continue;
+    }
+    size_t length = 0;
+    unsigned char low = 0x80;
+    unsigned char high = 0xBF;
+    uint32_t code_point = 0;
+    if (lead >= 0xC2 && lead <= 0xDF) {
+      length = 2;
+      code_point = lead & 0x1Fu;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+      length = 3;
+      code_point = lead & 0x0Fu;
+      if (lead == 0xE0) low = 0xA0;   // no overlong forms
+      if (lead == 0xED) high = 0x9F;  // no surrogates
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+      length = 4;
+      code_point = lead & 0x07u;
+      if (lead == 0xF0) low = 0x90;
+      if (lead == 0xF4) high = 0x8F;  // nothing past U+10FFFF
+    } else {
+      return false;
+    }
+    if (n - i < length) return false;
+    for (size_t k = 1; k < length; ++k) {
+      const unsigned char b = p[i + k];
+      if (b < (k == 1 ? low : 0x80) || b > (k == 1 ? high : 0xBF)) return false;
+      code_point = (code_point << 6) | (b & 0x3Fu);
+    }
+    if (code_point >= 0x10000) {
+      code_point -= 0x10000;
+      wide[used++] = static_cast<char16_t>(0xD800 + (code_point >> 10));
+      wide[used++] = static_cast<char16_t>(0xDC00 + (code_point & 0x3FF));
+    } else {
+      wide[used++] = static_cast<char16_t>(code_point);
+    }
+    i += length;
+  }
+  wide.resize(used);
+  *out = std::move(wide);
+  return true;
+}
 
 // Opening a converter loads a module, so each thread keeps the ones it has
 // opened; a descriptor must not be shared between threads.
@@ -209,8 +307,20 @@ class ConverterCache {
     return it->second;
   }
 
+  // The byte table of a page this thread has a converter for.
+  const ByteTable& TableFor(uint32_t code_page, iconv_t cd) {
+    auto it = tables_.find(code_page);
+    if (it == tables_.end()) {
+      auto table = std::make_unique<ByteTable>();
+      table->single_byte = FillByteTable(cd, table.get());
+      it = tables_.emplace(code_page, std::move(table)).first;
+    }
+    return *it->second;
+  }
+
  private:
   std::unordered_map<uint64_t, iconv_t> converters_;
+  std::unordered_map<uint32_t, std::unique_ptr<ByteTable>> tables_;
 };
 
 thread_local ConverterCache converter_cache;
@@ -271,6 +381,16 @@ bool IsUnsupportedCodePage(uint32_t code_page) {
 bool DecodeToUtf16(uint32_t code_page, std::string_view text, std::u16string* out) {
   iconv_t cd = converter_cache.Get(code_page, true);
   if (cd == kNoConverter) return false;
+  if (code_page == kUtf8Page && DecodeWellFormedUtf8(text, out)) return true;
+  const ByteTable& table = converter_cache.TableFor(code_page, cd);
+  if (table.single_byte) {
+    out->resize(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+      (*out)[i] = table.units[static_cast<unsigned char>(text[i])];
+    }
+    return true;
+  }
+  cd = converter_cache.Get(code_page, true);
   static constexpr char16_t kReplacement = 0xFFFD;
   std::string bytes;
   Convert(
