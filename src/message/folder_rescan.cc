@@ -270,6 +270,18 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   // Rows met by name in the walk, found or made: each stands for a distinct
   // listed file, so when they are all the rows there are, none has vanished.
   size_t rows_met = 0;
+  // Names of one case, as the store makes them, come in byte order too: the
+  // rows are then met by a walk beside the listing rather than each by a
+  // search. Rows made meanwhile leave the walk's place valid.
+  const bool byte_ordered = std::is_sorted(
+      ordered.begin(), ordered.begin() + static_cast<std::ptrdiff_t>(listed),
+      [](const platform::DirEntry* a, const platform::DirEntry* b) { return a->name < b->name; });
+  auto walked = index->by_id().begin();
+  const auto row_named = [&](const std::string& name) {
+    if (!byte_ordered) return index->by_id().find(name);
+    while (walked != index->by_id().end() && walked->first < name) ++walked;
+    return walked != index->by_id().end() && walked->first == name ? walked : index->by_id().end();
+  };
   bool aborted = false;
   for (size_t i = 0; i < listed; ++i) {
     const platform::DirEntry& entry = *ordered[i];
@@ -280,7 +292,7 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
       aborted = true;
       break;
     }
-    auto found = index->by_id().find(entry.name);
+    auto found = row_named(entry.name);
     if (found != index->by_id().end()) {
       ++rows_met;
       total_bytes += entry.size;
