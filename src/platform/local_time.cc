@@ -13,7 +13,10 @@ namespace {
 
 constexpr int64_t kSecondsPerDay = 86400;
 
-void FromTm(const struct tm& tm, LocalFields* out) {
+// Fails where the year does not fit the fields, which a normalised or far
+// distant time can reach.
+bool FromTm(const struct tm& tm, LocalFields* out) {
+  if (tm.tm_year > std::numeric_limits<int32_t>::max() - 1900) return false;
   out->year = tm.tm_year + 1900;
   out->month = tm.tm_mon + 1;
   out->day = tm.tm_mday;
@@ -23,9 +26,11 @@ void FromTm(const struct tm& tm, LocalFields* out) {
   out->day_of_week = tm.tm_wday;
   out->is_dst = tm.tm_isdst > 0 ? 1 : 0;
   out->utc_offset = static_cast<int32_t>(tm.tm_gmtoff);
+  return true;
 }
 
 bool RealMakeLocalTime(LocalFields* fields, int64_t* unix_seconds) {
+  if (fields->year < std::numeric_limits<int32_t>::min() + 1900) return false;
   struct tm tm = {};
   tm.tm_year = fields->year - 1900;
   tm.tm_mon = fields->month - 1;
@@ -37,8 +42,7 @@ bool RealMakeLocalTime(LocalFields* fields, int64_t* unix_seconds) {
   // mktime's -1 is also a valid second; the weekday it fills tells success.
   tm.tm_wday = -1;
   const time_t t = ::mktime(&tm);
-  if (tm.tm_wday < 0) return false;
-  FromTm(tm, fields);
+  if (tm.tm_wday < 0 || !FromTm(tm, fields)) return false;
   *unix_seconds = static_cast<int64_t>(t);
   return true;
 }
@@ -50,9 +54,7 @@ bool RealLocalTimeOf(int64_t unix_seconds, LocalFields* out) {
   }
   const time_t t = static_cast<time_t>(unix_seconds);
   struct tm tm = {};
-  if (::localtime_r(&t, &tm) == nullptr) return false;
-  FromTm(tm, out);
-  return true;
+  return ::localtime_r(&t, &tm) != nullptr && FromTm(tm, out);
 }
 
 int64_t FloorDiv(int64_t a, int64_t b) { return a / b - ((a % b != 0) && ((a < 0) != (b < 0))); }

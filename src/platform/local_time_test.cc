@@ -131,6 +131,13 @@ TEST(LocalTimeTest, FollowsAChangeOfZoneAndNormalisesLikeMktime) {
     EXPECT_EQ(fields.month, 3);
     EXPECT_EQ(fields.day, 4);
     EXPECT_EQ(fields.hour, 0);
+
+    // Years that normalise past what the fields hold fail rather than wrap.
+    for (const LocalFields& far : {LocalFields{INT32_MAX, 1200, 1, 0, 0, 0, 0, 0, 0},
+                                   LocalFields{INT32_MIN, 1, 1, 0, 0, 0, 0, 0, 0}}) {
+      fields = far;
+      EXPECT_FALSE(MakeLocalTime(&fields, &t)) << far.year;
+    }
   }
 }
 
