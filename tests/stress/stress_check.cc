@@ -335,7 +335,7 @@ Counts Check(std::vector<WorkerRun> runs, const FinalState& final_state) {
         ++counts.lost_by_older_commit;
       } else if (TornKillAfter(runs, update->begin) &&
                  std::any_of(load_failure_times.begin(), load_failure_times.end(),
-                             [&](int64_t t) { return t > update->begin; })) {
+                             [begin = update->begin](int64_t t) { return t > begin; })) {
         // A kill tore the index after the update, and the rebuild that
         // followed could not know the flag.
         ++counts.lost_by_crash;
