@@ -112,7 +112,7 @@ class FolderRescanTest : public ::testing::Test {
   static std::string Registry(std::vector<std::string> values) {
     values.push_back(Dword("Use XML Stream Index Deserialisation", 1));
     values.push_back(Dword("Use XML Stream Index Serialisation", 1));
-    return RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", values}});
+    return ProductRegText(values);
   }
 
   std::string Path(const std::string& name) const { return folder_ + "/" + name; }
@@ -402,9 +402,8 @@ TEST_F(FolderRescanTest, ARebuildFromNothingIsSavedOnceAndKnowsItsFileDate) {
 // changed (the index writer may have got part of the way); and a clean scan
 // afterwards must lose nothing and reuse no UID.
 TEST(RescanFaultTest, EachFailingFileCallLeavesTheFolderMarkedOrAsIntended) {
-  ScopedRegistry registry(RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor",
-                                    {Dword("Use XML Stream Index Deserialisation", 1),
-                                     Dword("Use XML Stream Index Serialisation", 1)}}}));
+  ScopedRegistry registry(ProductRegText({Dword("Use XML Stream Index Deserialisation", 1),
+                                          Dword("Use XML Stream Index Serialisation", 1)}));
   ResetSettings();
   qaaisp::testing::FaultInjectionEnv env;
   ScopedDefaultEnv scoped(&env);

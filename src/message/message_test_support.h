@@ -16,6 +16,7 @@
 namespace qaaisp::message_testing {
 
 using qaaisp::testing::FakeClockEnv;
+using qaaisp::testing::ProductRegText;
 using qaaisp::testing::ReadFile;
 using qaaisp::testing::RegText;
 using qaaisp::testing::ScopedDefaultEnv;
@@ -39,7 +40,7 @@ class MessageTest : public ::testing::Test {
   ~MessageTest() override { ResetMessageSettingsForTesting(); }
 
   static std::string Registry(const std::vector<std::string>& values) {
-    return RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", values}});
+    return ProductRegText(values);
   }
   // Replaces the settings (read again at next use).
   void UseSettings(const std::vector<std::string>& values) {

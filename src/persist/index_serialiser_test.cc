@@ -23,6 +23,7 @@ using persist::testing::RowXml;
 using persist::testing::TombstoneXml;
 using qaaisp::testing::Exists;
 using qaaisp::testing::FakeClockEnv;
+using qaaisp::testing::ProductRegText;
 using qaaisp::testing::ReadFile;
 using qaaisp::testing::RegText;
 using qaaisp::testing::ScopedDefaultEnv;
@@ -34,9 +35,7 @@ using ::testing::HasSubstr;
 
 constexpr uint64_t kTicksPerMinute = 600000000ull;
 
-std::string Settings(const std::vector<std::string>& lines) {
-  return RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", lines}});
-}
+std::string Settings(const std::vector<std::string>& lines) { return ProductRegText(lines); }
 
 const std::string kStreamReader = "\"Use XML Stream Index Deserialisation\"=dword:00000001";
 const std::string kBackupOn = "\"Backup Index\"=dword:00000001";

@@ -20,16 +20,14 @@ using persist::testing::Header;
 using persist::testing::IndexXml;
 using persist::testing::RowXml;
 using qaaisp::testing::FakeClockEnv;
+using qaaisp::testing::ProductRegText;
 using qaaisp::testing::ReadFile;
-using qaaisp::testing::RegText;
 using qaaisp::testing::ScopedDefaultEnv;
 using qaaisp::testing::ScopedRegistry;
 using qaaisp::testing::TempDir;
 using qaaisp::testing::WriteFile;
 
-std::string Settings(const std::vector<std::string>& lines) {
-  return RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", lines}});
-}
+std::string Settings(const std::vector<std::string>& lines) { return ProductRegText(lines); }
 
 const std::string kStreamReader = "\"Use XML Stream Index Deserialisation\"=dword:00000001";
 const std::string kStreamWriter = "\"Use XML Stream Index Serialisation\"=dword:00000001";

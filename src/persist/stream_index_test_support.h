@@ -22,6 +22,7 @@
 namespace qaaisp::persist::testing {
 
 using qaaisp::testing::FaultInjectionEnv;
+using qaaisp::testing::ProductRegText;
 using qaaisp::testing::ReadFile;
 using qaaisp::testing::RegText;
 using qaaisp::testing::ScopedDefaultEnv;
@@ -37,7 +38,7 @@ inline std::string ProductSettings(const std::vector<std::string>& extra) {
   std::vector<std::string> lines = {"\"Use XML Stream Index Deserialisation\"=dword:00000001",
                                     "\"Use XML Stream Index Serialisation\"=dword:00000001"};
   lines.insert(lines.end(), extra.begin(), extra.end());
-  return RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", lines}});
+  return ProductRegText(lines);
 }
 
 // Test base: owns the folder, the fake clock Env and the settings.

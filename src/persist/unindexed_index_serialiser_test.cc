@@ -17,8 +17,8 @@ using persist::testing::IndexXml;
 using persist::testing::RowXml;
 using qaaisp::testing::Exists;
 using qaaisp::testing::FakeClockEnv;
+using qaaisp::testing::ProductRegText;
 using qaaisp::testing::ReadFile;
-using qaaisp::testing::RegText;
 using qaaisp::testing::ScopedDefaultEnv;
 using qaaisp::testing::ScopedRegistry;
 using qaaisp::testing::TempDir;
@@ -46,8 +46,7 @@ void RecordItem(IndexItem* row, int32_t, const std::string& path, std::string_vi
 class UnindexedTest : public ::testing::Test {
  protected:
   UnindexedTest()
-      : registry_(RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor",
-                            {"\"Use XML Stream Index Deserialisation\"=dword:00000001"}}})),
+      : registry_(ProductRegText({"\"Use XML Stream Index Deserialisation\"=dword:00000001"})),
         scoped_env_(&env_) {
     persist::ResetPersistSettingsForTesting();
     folder_ = dir_.Sub("Calendar");

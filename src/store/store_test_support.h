@@ -25,6 +25,7 @@ namespace qaaisp::store_testing {
 using qaaisp::testing::Exists;
 using qaaisp::testing::FakeClockEnv;
 using qaaisp::testing::MakeDirs;
+using qaaisp::testing::ProductRegText;
 using qaaisp::testing::ReadFile;
 using qaaisp::testing::RegText;
 using qaaisp::testing::ScopedDefaultEnv;
@@ -78,7 +79,7 @@ class StoreTest : public ::testing::Test {
   static std::string Settings(std::vector<std::string> extra) {
     extra.push_back("\"Use XML Stream Index Deserialisation\"=dword:00000001");
     extra.push_back("\"Use XML Stream Index Serialisation\"=dword:00000001");
-    return RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", extra}});
+    return ProductRegText(extra);
   }
 
   // The directory of a mailbox folder, made.

@@ -24,7 +24,7 @@ std::string Settings(std::vector<std::string> extra) {
   extra.push_back("\"Use XML Stream Index Deserialisation\"=dword:00000001");
   extra.push_back("\"Use XML Stream Index Serialisation\"=dword:00000001");
   extra.push_back("\"Backup Index\"=dword:00000001");
-  return testing::RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", extra}});
+  return testing::ProductRegText(extra);
 }
 
 void ResetSettingCaches() {

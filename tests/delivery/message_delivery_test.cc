@@ -46,7 +46,7 @@ class MessageDeliveryTest : public ::testing::Test {
   static std::string Registry(std::vector<std::string> values) {
     values.push_back("\"Use XML Stream Index Deserialisation\"=dword:00000001");
     values.push_back("\"Use XML Stream Index Serialisation\"=dword:00000001");
-    return testing::RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", values}});
+    return testing::ProductRegText(values);
   }
   void UseSettings(const std::vector<std::string>& values) {
     registry_.Rewrite(Registry(values));

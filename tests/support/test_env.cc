@@ -268,4 +268,8 @@ std::string RegText(const std::vector<std::pair<std::string, std::vector<std::st
   return text;
 }
 
+std::string ProductRegText(const std::vector<std::string>& lines) {
+  return RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", lines}});
+}
+
 }  // namespace qaaisp::testing

@@ -155,4 +155,7 @@ class ScopedRegistry {
 // Builds .reg text: a header and [HKEY_LOCAL_MACHINE\<key>] sections.
 std::string RegText(const std::vector<std::pair<std::string, std::vector<std::string>>>& keys);
 
+// .reg text of the product's own key holding the given value lines.
+std::string ProductRegText(const std::vector<std::string>& lines);
+
 }  // namespace qaaisp::testing

@@ -25,7 +25,7 @@ namespace {
 using testing::Exists;
 using testing::FakeClockEnv;
 using testing::MakeDirs;
-using testing::RegText;
+using testing::ProductRegText;
 using testing::ScopedDefaultEnv;
 using testing::ScopedRegistry;
 using testing::TempDir;
@@ -34,11 +34,10 @@ using testing::WriteFile;
 class AuditTest : public ::testing::Test {
  protected:
   AuditTest()
-      : registry_(RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor",
-                            {"\"Offset Index\"=dword:00000001",
-                             "\"Use XML Stream Index Deserialisation\"=dword:00000001",
-                             "\"Use XML Stream Index Serialisation\"=dword:00000001",
-                             "\"Backup Index Interval\"=dword:00000172"}}})),
+      : registry_(ProductRegText({"\"Offset Index\"=dword:00000001",
+                                  "\"Use XML Stream Index Deserialisation\"=dword:00000001",
+                                  "\"Use XML Stream Index Serialisation\"=dword:00000001",
+                                  "\"Backup Index Interval\"=dword:00000172"})),
         scoped_env_(&env_) {
     persist::ResetPersistSettingsForTesting();
     ResetMessageSettingsForTesting();
