@@ -36,29 +36,11 @@ class Helper {
     posix_spawn_file_actions_adddup2(&actions, in[0], 0);
     posix_spawn_file_actions_adddup2(&actions, out[1], 1);
 
-    std::vector<std::string> env_text;
-    for (char** e = environ; *e; ++e) {
-      std::string entry = *e;
-      if (entry.rfind("QAAISP_SLEEP_SCALE=", 0) == 0 || entry.rfind("QAAISP_REGISTRY=", 0) == 0) {
-        continue;
-      }
-      env_text.push_back(entry);
-    }
-    env_text.push_back("QAAISP_SLEEP_SCALE=0.001");
-    env_text.push_back("QAAISP_REGISTRY=" + registry);
-    std::vector<char*> envp;
-    for (auto& e : env_text) envp.push_back(e.data());
-    envp.push_back(nullptr);
-
-    std::vector<std::string> argv_text = {QAAISP_PROCESS_HELPER};
-    argv_text.insert(argv_text.end(), args.begin(), args.end());
-    std::vector<char*> argv;
-    for (auto& a : argv_text) argv.push_back(a.data());
-    argv.push_back(nullptr);
-
-    if (posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) {
-      std::abort();
-    }
+    pid_ = testing::SpawnWithActions(
+        QAAISP_PROCESS_HELPER, args,
+        testing::EnvironmentWith({"QAAISP_SLEEP_SCALE=0.001", "QAAISP_REGISTRY=" + registry}),
+        &actions);
+    if (pid_ <= 0) std::abort();
     posix_spawn_file_actions_destroy(&actions);
     ::close(in[0]);
     ::close(out[1]);

@@ -26,19 +26,9 @@ using testing::TempDir;
 using testing::WriteFile;
 
 std::vector<std::string> HelperEnvironment(const std::string& registry) {
-  std::vector<std::string> env;
-  for (char** e = environ; *e; ++e) {
-    std::string entry = *e;
-    if (entry.rfind("QAAISP_SLEEP_SCALE=", 0) == 0 || entry.rfind("QAAISP_REGISTRY=", 0) == 0) {
-      continue;
-    }
-    env.push_back(entry);
-  }
   // Waits for the block file stay short, but long enough for a loaded
   // machine: a delivery now parses its message while it holds the block.
-  env.push_back("QAAISP_SLEEP_SCALE=0.01");
-  env.push_back("QAAISP_REGISTRY=" + registry);
-  return env;
+  return testing::EnvironmentWith({"QAAISP_SLEEP_SCALE=0.01", "QAAISP_REGISTRY=" + registry});
 }
 
 // Starts the helper with its output going to out_file; gives its pid.

@@ -19,8 +19,22 @@ namespace qaaisp::testing {
 
 namespace fs = std::filesystem;
 
-pid_t SpawnProcess(const std::string& program, const std::vector<std::string>& args,
-                   const std::vector<std::string>& env, const std::string& out_file) {
+std::vector<std::string> EnvironmentWith(const std::vector<std::string>& overrides) {
+  std::vector<std::string> env;
+  for (char** e = environ; *e; ++e) {
+    const std::string entry = *e;
+    const std::string name = entry.substr(0, entry.find('=') + 1);
+    bool overridden = false;
+    for (const std::string& o : overrides) overridden = overridden || o.rfind(name, 0) == 0;
+    if (!overridden) env.push_back(entry);
+  }
+  env.insert(env.end(), overrides.begin(), overrides.end());
+  return env;
+}
+
+pid_t SpawnWithActions(const std::string& program, const std::vector<std::string>& args,
+                       const std::vector<std::string>& env,
+                       const posix_spawn_file_actions_t* actions) {
   std::vector<std::string> env_text = env;
   std::vector<char*> envp;
   for (auto& e : env_text) envp.push_back(e.data());
@@ -30,12 +44,18 @@ pid_t SpawnProcess(const std::string& program, const std::vector<std::string>& a
   std::vector<char*> argv;
   for (auto& a : argv_text) argv.push_back(a.data());
   argv.push_back(nullptr);
+  pid_t pid = 0;
+  if (posix_spawn(&pid, argv[0], actions, nullptr, argv.data(), envp.data()) != 0) pid = -1;
+  return pid;
+}
+
+pid_t SpawnProcess(const std::string& program, const std::vector<std::string>& args,
+                   const std::vector<std::string>& env, const std::string& out_file) {
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 1, out_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
                                    0644);
-  pid_t pid = 0;
-  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) pid = -1;
+  const pid_t pid = SpawnWithActions(program, args, env, &actions);
   posix_spawn_file_actions_destroy(&actions);
   return pid;
 }

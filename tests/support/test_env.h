@@ -2,6 +2,7 @@
 // directory with a fake clock and sleeper, and one that injects faults.
 #pragma once
 
+#include <spawn.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -34,8 +35,17 @@ std::string ReadFile(const std::string& path);
 bool Exists(const std::string& path);
 void MakeDirs(const std::string& path);
 
-// Starts program with args and exactly the environment env (NAME=value
-// entries), its standard output going to out_file; gives its pid, or -1.
+// This process's environment with each NAME=value of overrides in place of
+// any entry of that name.
+std::vector<std::string> EnvironmentWith(const std::vector<std::string>& overrides);
+
+// Starts program with args, exactly the environment env (NAME=value entries)
+// and the given file actions (or none); gives its pid, or -1.
+pid_t SpawnWithActions(const std::string& program, const std::vector<std::string>& args,
+                       const std::vector<std::string>& env,
+                       const posix_spawn_file_actions_t* actions);
+
+// As SpawnWithActions, with standard output going to out_file.
 pid_t SpawnProcess(const std::string& program, const std::vector<std::string>& args,
                    const std::vector<std::string>& env, const std::string& out_file);
 

@@ -47,23 +47,9 @@ ToolRun Qastore(const std::vector<std::string>& args) {
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, out_pipe[1], 1);
   posix_spawn_file_actions_adddup2(&actions, err_pipe[1], 2);
-  std::vector<std::string> env_text;
-  for (char** e = environ; *e; ++e) {
-    const std::string entry = *e;
-    if (entry.rfind("QAAISP_REGISTRY=", 0) == 0) continue;
-    env_text.push_back(entry);
-  }
-  env_text.push_back("QAAISP_REGISTRY=");
-  std::vector<char*> envp;
-  for (auto& e : env_text) envp.push_back(e.data());
-  envp.push_back(nullptr);
-  std::vector<std::string> argv_text = {QASTORE_BINARY};
-  argv_text.insert(argv_text.end(), args.begin(), args.end());
-  std::vector<char*> argv;
-  for (auto& a : argv_text) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  pid_t pid = 0;
-  if (posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), envp.data()) != 0) std::abort();
+  const pid_t pid = testing::SpawnWithActions(
+      QASTORE_BINARY, args, testing::EnvironmentWith({"QAAISP_REGISTRY="}), &actions);
+  if (pid <= 0) std::abort();
   posix_spawn_file_actions_destroy(&actions);
   ::close(out_pipe[1]);
   ::close(err_pipe[1]);
