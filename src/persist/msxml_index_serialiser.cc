@@ -156,15 +156,19 @@ int MSXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index, const 
     StringWriter writer;
     document->save(writer, "", pugi::format_raw | pugi::format_no_declaration, pugi::encoding_utf8);
 
-    // The document's own save: the old content is replaced in place.
+    // The document's own save: the old content is replaced in place. It is
+    // written over the old before the file is cut to length, so a writer
+    // killed part way leaves the old index whole or the new header (and its
+    // LASTUID) in place, never an empty file.
     platform::OpenOptions options;
     options.read = false;
     options.write = true;
-    options.disposition = platform::OpenDisposition::kCreateAlways;
+    options.disposition = platform::OpenDisposition::kOpenAlways;
     options.share = platform::ShareMode::kShareReadWrite;
     std::unique_ptr<platform::File> file =
         platform::Env::Default()->OpenFile(persist::IndexFilePath(folder, item_class), options);
-    if (!file || !file->WriteAt(0, writer.out.data(), writer.out.size())) {
+    if (!file || !file->WriteAt(0, writer.out.data(), writer.out.size()) ||
+        !file->Truncate(writer.out.size())) {
       throw ComError(HresultFromWin32(platform::LastError()));
     }
     return 1;

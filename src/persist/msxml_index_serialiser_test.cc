@@ -6,6 +6,7 @@
 #include "index/index_item.h"
 #include "index/store_index.h"
 #include "persist/index_xml_test_util.h"
+#include "persist/last_uid_floor.h"
 #include "persist/persist_settings.h"
 #include "persist/stream_index_serialiser.h"
 #include "test_env.h"
@@ -77,7 +78,7 @@ class DocumentSerialiserTest : public ::testing::Test {
   }
 
   TempDir dir_;
-  FakeClockEnv env_;
+  qaaisp::testing::FaultInjectionEnv env_;
   ScopedRegistry registry_;
   ScopedDefaultEnv scoped_env_;
   std::string folder_;
@@ -221,6 +222,30 @@ TEST_F(DocumentSerialiserTest, ASaveThatCannotWriteIsReportedWithItsNumber) {
                 0),
             0u)
       << env_.events().back().first;
+}
+
+// A writer that stops at any file call, as a killed one does, leaves either
+// the old index or the new header: never a file without its LastUID.
+TEST_F(DocumentSerialiserTest, ASaveStoppedAtAnyCallLeavesALastUidInTheFile) {
+  UseOldFormat(false);
+  MSXMLStoreIndexSerialiser writer;
+  StoreIndex old_index;
+  old_index.table.LastUID = 40;
+  AddRow(&old_index, "a.MAI", 40, {{"SIZE", std::string(4000, '7')}});
+  ASSERT_EQ(writer.Serialise(&old_index.table, folder_, 0), 1);
+  for (int call = 1;; ++call) {
+    ASSERT_EQ(writer.Serialise(&old_index.table, folder_, 0), 1);
+    StoreIndex index;
+    index.table.LastUID = 41;
+    AddRow(&index, "b.MAI", 41, {});
+    env_.Reset();
+    env_.FailAt(call);
+    const int saved = writer.Serialise(&index.table, folder_, 0);
+    env_.Reset();
+    EXPECT_GE(persist::LastUidInIndexFile(folder_, 0), 40u) << "failing call " << call;
+    if (saved == 1) break;
+    ASSERT_LT(call, 20);
+  }
 }
 
 }  // namespace
