@@ -19,6 +19,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -202,10 +203,12 @@ class SleepCountingEnv : public qaaisp::platform::EnvWrapper {
                      qaaisp::platform::ReadBuffer* out, qaaisp::platform::FileInfo* info) override {
     return target()->ReadFileWhole(path, share, out, info);
   }
-  uint64_t slept_ms() const { return slept_ms_; }
+  // Files are read as by the real Env, helper threads included.
+  bool TakesConcurrentCalls() override { return target()->TakesConcurrentCalls(); }
+  uint64_t slept_ms() const { return slept_ms_.load(); }
 
  private:
-  uint64_t slept_ms_ = 0;
+  std::atomic<uint64_t> slept_ms_{0};
 };
 
 // The same through the export, which looks for an index file to merge

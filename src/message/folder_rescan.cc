@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -19,6 +20,7 @@
 #include "message/message_index.h"
 #include "message/message_properties.h"
 #include "message/message_settings.h"
+#include "message/parse_ahead.h"
 #include "message/rescan_heartbeat.h"
 #include "message/uid_branding.h"
 #include "notify/dirty_flags.h"
@@ -46,6 +48,11 @@ std::string InFolder(const std::string& folder, std::string_view name) {
 
 bool Skipped(const platform::DirEntry& entry) {
   return entry.is_directory || entry.name.empty() || entry.name[0] == '_' || entry.name[0] == '.';
+}
+
+// Whether the scan looks at the entry at all.
+bool Scanned(const platform::DirEntry& entry) {
+  return !Skipped(entry) && entry.name.size() < kMaxScannedNameLength;
 }
 
 // A table that already holds exactly what the index file says (a full,
@@ -184,20 +191,14 @@ void StampNow(SORTEDSTOREINDEXTYPE* index, const std::string& folder) {
     index->IndexFileDate = stamped.write_time.ticks();
 }
 
-// Makes and inserts the row; gives it (owned by the table), or null.
-Row* MakeMessageRow(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
-                    platform::DirEntry* entry, uint32_t stamp, uint32_t* uid_counter) {
-  thread_local MessageHeaderInfo info;
-  info.Reset();
-  info.FolderStamp = stamp;
-  SetBounded(&info.FileName, entry->name, kFileNameFieldSize);
-  uint64_t read_size = 0;
-  if (!IndexMessage(InFolder(folder, entry->name), &info, /*clear_flags=*/false,
-                    UidBrandingSetting(), kAttachmentsVerified, /*ignore_read=*/false,
-                    &read_size)) {
-    return nullptr;
-  }
-  if (entry->write_time.IsZero()) entry->size = read_size;
+// Makes and inserts the row of a file indexed; gives it (owned by the
+// table), or null.
+Row* InsertIndexedRow(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
+                      platform::DirEntry* entry, uint32_t stamp, uint32_t* uid_counter,
+                      IndexedMessage* indexed) {
+  if (!indexed->indexed) return nullptr;
+  MessageHeaderInfo& info = indexed->info;
+  if (entry->write_time.IsZero()) entry->size = indexed->read_size;
   IndexItem item;
   item.Create();
   ++*uid_counter;
@@ -213,6 +214,13 @@ Row* MakeMessageRow(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   if (!index->Insert(&item, UidClash::kNextFree)) return nullptr;
   *uid_counter = std::max(*uid_counter, index->LastUID);
   return row;
+}
+
+Row* MakeMessageRow(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
+                    platform::DirEntry* entry, uint32_t stamp, uint32_t* uid_counter) {
+  thread_local IndexedMessage indexed;
+  IndexNewMessageFile(folder, entry->name, stamp, &indexed);
+  return InsertIndexedRow(index, folder, entry, stamp, uid_counter, &indexed);
 }
 
 }  // namespace
@@ -276,17 +284,32 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   const bool byte_ordered = std::is_sorted(
       ordered.begin(), ordered.begin() + static_cast<std::ptrdiff_t>(listed),
       [](const platform::DirEntry* a, const platform::DirEntry* b) { return a->name < b->name; });
-  auto walked = index->by_id().begin();
-  const auto row_named = [&](const std::string& name) {
-    if (!byte_ordered) return index->by_id().find(name);
-    while (walked != index->by_id().end() && walked->first < name) ++walked;
-    return walked != index->by_id().end() && walked->first == name ? walked : index->by_id().end();
+  const auto row_finder = [&] {
+    return [&, walked = index->by_id().begin()](const std::string& name) mutable {
+      if (!byte_ordered) return index->by_id().find(name);
+      while (walked != index->by_id().end() && walked->first < name) ++walked;
+      return walked != index->by_id().end() && walked->first == name ? walked
+                                                                     : index->by_id().end();
+    };
   };
+  auto row_named = row_finder();
+  // Many new files, as in a rebuild, are read ahead on helper threads.
+  std::optional<ParseAhead> ahead;
+  const unsigned helpers = ParseAhead::HelperCount();
+  if (helpers > 0 && listed >= index->by_id().size() + ParseAhead::kLeastFiles) {
+    std::vector<size_t> new_files;
+    auto has_row = row_finder();
+    for (size_t i = 0; i < listed; ++i) {
+      if (Scanned(*ordered[i]) && has_row(ordered[i]->name) == index->by_id().end())
+        new_files.push_back(i);
+    }
+    ahead.emplace(folder, ordered, std::move(new_files), stamp, helpers);
+  }
   bool aborted = false;
   for (size_t i = 0; i < listed; ++i) {
     const platform::DirEntry& entry = *ordered[i];
     if (!entry.is_directory) seen_names.emplace_back(entry.name);
-    if (Skipped(entry) || entry.name.size() >= kMaxScannedNameLength) continue;
+    if (!Scanned(entry)) continue;
     ++file_count;
     if (heartbeat.ClientGone(file_count) || file_count >= maximum_rows) {
       aborted = true;
@@ -309,13 +332,16 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
       continue;
     }
     platform::DirEntry fresh = entry;
-    Row* row = MakeMessageRow(index, folder, &fresh, stamp, &uid_counter);
+    IndexedMessage* read_ahead = ahead ? ahead->Take(i) : nullptr;
+    Row* row = read_ahead ? InsertIndexedRow(index, folder, &fresh, stamp, &uid_counter, read_ahead)
+                          : MakeMessageRow(index, folder, &fresh, stamp, &uid_counter);
     if (row) ++rows_met;
     total_bytes += fresh.size;
     RebrandMessage(folder, fresh.name, stamp, uid_counter);
     if (branding && row) RefreshFileFacts(InFolder(folder, fresh.name), row);
   }
 
+  ahead.reset();  // a scan stopped part way reads no further
   if (rows_met != index->by_id().size()) DropVanishedRows(index, folder, &seen_names);
   WriteFolderSizeFile(folder, total_bytes);
   int result = 1;

@@ -11,6 +11,7 @@
 #include "index/store_index.h"
 #include "message/message_header_info.h"
 #include "message/message_test_support.h"
+#include "message/parse_ahead.h"
 #include "message/uid_branding.h"
 #include "persist/index_serialiser.h"
 #include "persist/persist_settings.h"
@@ -266,8 +267,9 @@ TEST_F(RescanLimitTest, TheRowLimitAbortsOneFileShortAndSavesNothing) {
 }
 
 // The thousand messages are written once for the suite: file creation is
-// the slow part here, and neither test changes a message.
-class RescanHeartbeatTest : public FolderRescanTest {
+// the slow part here, and neither test changes a message. Each runs with
+// the files read on the scan's thread and read ahead by helpers.
+class RescanHeartbeatTest : public FolderRescanTest, public ::testing::WithParamInterface<int> {
  protected:
   static void SetUpTestSuite() {
     shared_ = new TempDir;
@@ -282,12 +284,14 @@ class RescanHeartbeatTest : public FolderRescanTest {
     shared_ = nullptr;
   }
   void SetUp() override {
+    ParseAhead::SetHelperCountForTesting(GetParam());
     folder_ = shared_->path();
     ASSERT_TRUE(platform::MakeSocketPair(&ours_, &client_));
     Put("_index.xml", "<BASEELEMENT LASTUID=\"x00000000\"></BASEELEMENT>\r\n");
     Put("_CHANGE.DTY", "dirty");
   }
   void TearDown() override {
+    ParseAhead::SetHelperCountForTesting(-1);
     platform::CloseSocket(ours_);
     platform::CloseSocket(client_);
   }
@@ -296,8 +300,9 @@ class RescanHeartbeatTest : public FolderRescanTest {
   platform::SocketHandle client_ = platform::kNoSocket;
 };
 TempDir* RescanHeartbeatTest::shared_ = nullptr;
+INSTANTIATE_TEST_SUITE_P(Helpers, RescanHeartbeatTest, ::testing::Values(0, 2));
 
-TEST_F(RescanHeartbeatTest, AClientThatGoesAwayStopsTheScanWithinAHundredFiles) {
+TEST_P(RescanHeartbeatTest, AClientThatGoesAwayStopsTheScanWithinAHundredFiles) {
   env_.AtOpening(250, [this] {
     platform::CloseSocket(client_);
     client_ = platform::kNoSocket;
@@ -305,13 +310,14 @@ TEST_F(RescanHeartbeatTest, AClientThatGoesAwayStopsTheScanWithinAHundredFiles) 
   const std::string before = ReadFile(Path("_index.xml"));
   SORTEDSTOREINDEXTYPE index;
   EXPECT_EQ(Scan(&index, ours_), 1);
-  EXPECT_LE(env_.message_opens(), 300);
+  // Helpers read up to a window's worth of files beyond the scan.
+  EXPECT_LE(env_.message_opens(), 300 + (GetParam() ? int{ParseAhead::kWindow} : 0));
   EXPECT_EQ(ReadFile(Path("_index.xml")), before);
   EXPECT_TRUE(Exists(Path("_CHANGE.DTY")));
   EXPECT_TRUE(status_calls_.empty());
 }
 
-TEST_F(RescanHeartbeatTest, AQuietOrTalkingClientLetsTheScanFinish) {
+TEST_P(RescanHeartbeatTest, AQuietOrTalkingClientLetsTheScanFinish) {
   // Bytes the client sends meanwhile are read and dropped.
   env_.AtOpening(150, [this] { ASSERT_TRUE(platform::SendToSocket(client_, "NOOP\r\n", 6)); });
   SORTEDSTOREINDEXTYPE index;
@@ -349,6 +355,55 @@ TEST_F(BrandedRescanTest, ScannedFilesLoseTheirMarksAndAreNotReadAgain) {
   SORTEDSTOREINDEXTYPE fresh;
   EXPECT_EQ(Scan(&fresh), 1);
   EXPECT_EQ(env_.message_opens(), opens);
+}
+
+// A folder of many new files, of several kinds, for the rebuilds that read
+// ahead on helper threads; one in nine carries a brand of this folder.
+void PutManyMessages(const std::string& folder, uint32_t stamp) {
+  for (int i = 0; i < 200; ++i) {
+    const std::string name = std::to_string(1000 + i * 7 % 200) + ".MAI";
+    std::string extra;
+    if (i % 3 == 0) extra += "X-Read: 1\r\n";
+    if (i % 5 == 0) extra += "X-QATempFlags: \\FLAGGED\r\n";
+    if (i % 9 == 0) extra += UidLine(stamp, static_cast<uint32_t>(i + 1));
+    if (i % 4 == 0) extra += "Content-Type: text/calendar; method=REQUEST\r\n";
+    WriteFile(folder + "/" + name, Message("message " + std::to_string(i), extra));
+  }
+}
+
+// Reading ahead changes who reads a file, never what the index says.
+TEST_F(FolderRescanTest, ARebuildReadingAheadOnHelpersSavesTheSameIndex) {
+  PutManyMessages(folder_, 0);
+  env_.FailOpening("1010.MAI");
+  std::string saved[2];
+  for (int helpers : {0, 3}) {
+    ParseAhead::SetHelperCountForTesting(helpers);
+    for (const char* name : {"_index.xml", "_FOLDER.DAT", "_DIRSIZE.TMP"})
+      std::remove(Path(name).c_str());
+    SORTEDSTOREINDEXTYPE index;
+    EXPECT_EQ(Scan(&index), 1);
+    saved[helpers != 0] = ReadFile(Path("_index.xml"));
+  }
+  ParseAhead::SetHelperCountForTesting(-1);
+  EXPECT_EQ(saved[1], saved[0]);
+  EXPECT_EQ(SavedRows().size(), 199u);
+}
+
+TEST_F(BrandedRescanTest, ARebuildReadingAheadBrandsAsOneThreadDoes) {
+  TempDir other;
+  std::vector<std::string> rows[2];
+  for (int helpers : {0, 3}) {
+    const std::string folder = helpers ? other.path() : folder_;
+    PutManyMessages(folder, GetFolderStamp(folder));
+    ParseAhead::SetHelperCountForTesting(helpers);
+    SORTEDSTOREINDEXTYPE index;
+    EXPECT_EQ(ScanFoldersOrdered(&index, folder, platform::kNoSocket, 1, true), 1);
+    rows[helpers != 0] = SavedRowsIn(folder, true);
+  }
+  ParseAhead::SetHelperCountForTesting(-1);
+  EXPECT_EQ(rows[1], rows[0]);
+  EXPECT_EQ(rows[0].size(), 200u);
+  EXPECT_EQ(ReadFile(other.Sub("1000.MAI")), ReadFile(Path("1000.MAI")));
 }
 
 TEST_F(FolderRescanTest, ARebuildKeepsWhatTheIndexKnewAndSetsABadIndexAside) {

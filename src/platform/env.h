@@ -160,6 +160,12 @@ class Env {
   virtual uint32_t ProcessId() = 0;
   virtual uint32_t ThreadId() = 0;
   virtual std::unique_ptr<Module> LoadModule(const std::string& path) = 0;
+
+  // Whether calls may come from several threads of one task at once. Work
+  // that could be shared out to helper threads stays on the caller's thread
+  // otherwise, so that a test's wrapper sees its calls one at a time and in
+  // their order.
+  virtual bool TakesConcurrentCalls() { return false; }
 };
 
 // Forwards every call to another Env; a test derives from it and overrides

@@ -286,6 +286,8 @@ bool ReadOpenFile(int fd, ShareMode share, ReadBuffer* out, FileInfo* info) {
 
 class PosixEnv final : public Env {
  public:
+  bool TakesConcurrentCalls() override { return true; }
+
   std::unique_ptr<File> OpenFile(const std::string& path, const OpenOptions& o) override {
     int flags = O_CLOEXEC;
     if (o.read && o.write) {
