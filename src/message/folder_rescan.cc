@@ -6,6 +6,8 @@
 #include <optional>
 #include <set>
 #include <string_view>
+#include <system_error>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -64,14 +66,17 @@ bool HoldsCurrentFile(const SORTEDSTOREINDEXTYPE& index, const platform::FileInf
          index.IndexFileDate == file.write_time.ticks();
 }
 
-// Clears the table and loads the folder's index file, if any. Gives whether
-// the file was there. A file that cannot be loaded leaves an empty table
+// Whether the folder has an index file; its facts go to *file.
+bool StatIndexFile(const std::string& folder, platform::FileInfo* file) {
+  return platform::Env::Default()->Stat(InFolder(folder, files::kIndexXml), file) && file->exists &&
+         !file->is_directory;
+}
+
+// Clears the table and loads the folder's index file, if exists says there
+// is one. Gives exists. A file that cannot be loaded leaves an empty table
 // that is written out in full at the end.
 bool LoadExistingRows(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
-                      bool report_failures) {
-  platform::FileInfo file;
-  const bool exists = platform::Env::Default()->Stat(InFolder(folder, files::kIndexXml), &file) &&
-                      file.exists && !file.is_directory;
+                      const platform::FileInfo& file, bool exists, bool report_failures) {
   if (exists && HoldsCurrentFile(*index, file)) return true;
   index->UnInit();
   if (exists) {
@@ -87,6 +92,38 @@ bool LoadExistingRows(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   // What the scan builds is the whole index.
   index->LoadState = LoadFull;
   return exists;
+}
+
+// Loads the index file and lists the folder's ".MAI" entries. Sizes and
+// times are needed only to compare files with rows, so a folder with no
+// rows is listed without them. Where helper threads may be used, the
+// listing is taken on one while the index loads; it then has sizes and
+// times whenever there is an index file, since its rows are not known yet.
+std::optional<FileIterator> LoadAndList(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
+                                        bool report_failures, bool* index_existed) {
+  const std::string pattern = folder + "/*.MAI";
+  platform::FileInfo file;
+  const bool exists = StatIndexFile(folder, &file);
+  std::optional<FileIterator> listing;
+  std::thread lister;
+  if (ParseAhead::HelperCount() > 0) {
+    const bool with_info = exists || !index->by_id().empty();
+    try {
+      lister = std::thread([&listing, &pattern, with_info] {
+        listing.emplace(pattern, FileIterator::kFilesAndDirectories, with_info);
+      });
+    } catch (const std::system_error&) {
+      // No thread to be had: listed after the load instead.
+    }
+  }
+  *index_existed = LoadExistingRows(index, folder, file, exists, report_failures);
+  if (lister.joinable()) {
+    lister.join();
+  } else {
+    listing.emplace(pattern, FileIterator::kFilesAndDirectories,
+                    /*with_info=*/!index->by_id().empty());
+  }
+  return listing;
 }
 
 // The walk's order: by name without regard to ASCII case, ties by bytes, as
@@ -258,15 +295,12 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   // The stamp only matters to branded files.
   const uint32_t stamp = branding ? GetFolderStamp(folder) : 0;
 
-  const bool index_existed = LoadExistingRows(index, folder, report_failures);
+  bool index_existed = false;
+  std::optional<FileIterator> listing = LoadAndList(index, folder, report_failures, &index_existed);
   uint32_t uid_counter = index->LastUID;
 
   RescanHeartbeat heartbeat(socket);
-  // Sizes and times decide which rows are stale; a folder with no rows yet
-  // needs neither before each file is read.
-  FileIterator listing(folder + "/*.MAI", FileIterator::kFilesAndDirectories,
-                       /*with_info=*/!index->by_id().empty());
-  const std::vector<const platform::DirEntry*> ordered = InNameOrder(&listing);
+  const std::vector<const platform::DirEntry*> ordered = InNameOrder(&*listing);
   const size_t listed = std::min<size_t>(ordered.size(), maximum_rows);
   std::vector<std::string_view> seen_names;
   seen_names.reserve(listed);

@@ -146,7 +146,18 @@ class FolderRescanTest : public ::testing::Test {
   std::vector<StatusCall> status_calls_;
 };
 
-TEST_F(FolderRescanTest, FilesChangedBehindTheIndexAreReconciled) {
+// Runs a test with every file call on the scan's thread, and with helper
+// threads that list the folder and read new files ahead.
+class WithHelpers : public ::testing::WithParamInterface<int> {
+ protected:
+  WithHelpers() { ParseAhead::SetHelperCountForTesting(GetParam()); }
+  ~WithHelpers() { ParseAhead::SetHelperCountForTesting(-1); }
+};
+
+class ReconcileTest : public FolderRescanTest, public WithHelpers {};
+INSTANTIATE_TEST_SUITE_P(Helpers, ReconcileTest, ::testing::Values(0, 1));
+
+TEST_P(ReconcileTest, FilesChangedBehindTheIndexAreReconciled) {
   Put("b.MAI", Message("second"));
   Put("A.MAI", Message("first", "X-Read: 1\r\n"));
   Put("c.mai", Message("third"));
@@ -269,7 +280,7 @@ TEST_F(RescanLimitTest, TheRowLimitAbortsOneFileShortAndSavesNothing) {
 // The thousand messages are written once for the suite: file creation is
 // the slow part here, and neither test changes a message. Each runs with
 // the files read on the scan's thread and read ahead by helpers.
-class RescanHeartbeatTest : public FolderRescanTest, public ::testing::WithParamInterface<int> {
+class RescanHeartbeatTest : public FolderRescanTest, public WithHelpers {
  protected:
   static void SetUpTestSuite() {
     shared_ = new TempDir;
@@ -284,14 +295,12 @@ class RescanHeartbeatTest : public FolderRescanTest, public ::testing::WithParam
     shared_ = nullptr;
   }
   void SetUp() override {
-    ParseAhead::SetHelperCountForTesting(GetParam());
     folder_ = shared_->path();
     ASSERT_TRUE(platform::MakeSocketPair(&ours_, &client_));
     Put("_index.xml", "<BASEELEMENT LASTUID=\"x00000000\"></BASEELEMENT>\r\n");
     Put("_CHANGE.DTY", "dirty");
   }
   void TearDown() override {
-    ParseAhead::SetHelperCountForTesting(-1);
     platform::CloseSocket(ours_);
     platform::CloseSocket(client_);
   }

@@ -86,8 +86,25 @@ IndexedMessage* ParseAhead::Take(size_t position) {
     IndexNewMessageFile(folder_, NameOf(k), stamp_, &Slot(k));
     return &Slot(k);
   }
-  finished_.wait(lock, [&] { return slots_[k % kWindow].done; });
+  // A helper has it: rather than wait, read the files after it meanwhile.
+  while (!slots_[k % kWindow].done) {
+    if (!ReadOneAhead(lock)) finished_.wait(lock);
+  }
   return &Slot(k);
+}
+
+// Takes up the first file no thread has and reads it into its slot, if
+// the window has room; with the lock held on entry and on return.
+bool ParseAhead::ReadOneAhead(std::unique_lock<std::mutex>& lock) {
+  if (stopping_ || next_claim_ >= positions_.size() || next_claim_ >= current_ + kWindow)
+    return false;
+  const size_t k = next_claim_++;
+  lock.unlock();
+  IndexNewMessageFile(folder_, NameOf(k), stamp_, &Slot(k));
+  lock.lock();
+  slots_[k % kWindow].done = true;
+  finished_.notify_one();
+  return true;
 }
 
 void ParseAhead::Help() {
@@ -98,13 +115,7 @@ void ParseAhead::Help() {
     work_.wait(lock, [&] {
       return stopping_ || next_claim_ >= positions_.size() || next_claim_ < current_ + kWindow;
     });
-    if (stopping_ || next_claim_ >= positions_.size()) return;
-    const size_t k = next_claim_++;
-    lock.unlock();
-    IndexNewMessageFile(folder_, NameOf(k), stamp_, &Slot(k));
-    lock.lock();
-    slots_[k % kWindow].done = true;
-    finished_.notify_one();
+    if (!ReadOneAhead(lock)) return;
   }
 }
 

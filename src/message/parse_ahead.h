@@ -68,6 +68,7 @@ class ParseAhead {
   IndexedMessage& Slot(size_t k) { return slots_[k % kWindow].message; }
   const std::string& NameOf(size_t k) const { return listing_[positions_[k]]->name; }
   void Release(std::unique_lock<std::mutex>& lock);
+  bool ReadOneAhead(std::unique_lock<std::mutex>& lock);
 
   struct SlotState {
     IndexedMessage message;
