@@ -80,49 +80,45 @@ void PrepareElementTags(const PropertyMap& map, int32_t item_class, std::vector<
 
 }  // namespace persist
 
-uint32_t StreamXMLStoreIndexSerialiser::WriteRowElement(persist::IndexWriteContext* context,
-                                                        IndexItemPropertyContainer* row) {
-  std::string& text = context->element;
+namespace persist {
+
+void FormatRowElement(const IndexWriteContext& context, const IndexItemPropertyContainer& row,
+                      std::string* out, RowElementFacts* facts) {
+  std::string& text = *out;
   text.clear();
   text.append(kElementStart);
-  if (row->HasValueAt(IndexItemPropertyContainer::IdKey())) {
+  if (row.HasValueAt(IndexItemPropertyContainer::IdKey())) {
     text.append(" ID=\"");
-    text.append(row->IdView());
+    text.append(row.IdView());
     text.push_back('"');
   }
-  uint32_t uid = 0;
-  if (row->HasValueAt(IndexItemPropertyContainer::UidKey())) {
-    uid = static_cast<uint32_t>(row->GetIntegerAt(IndexItemPropertyContainer::UidKey()));
+  if (row.HasValueAt(IndexItemPropertyContainer::UidKey())) {
+    facts->uid = static_cast<uint32_t>(row.GetIntegerAt(IndexItemPropertyContainer::UidKey()));
     text.append(" UID=\"");
-    AppendUnsigned(uid, &text);
+    AppendUnsigned(facts->uid, &text);
     text.push_back('"');
   }
   text.push_back('>');
-  // The element goes out in one write, so its place is where the stream is.
-  const uint64_t place = context->stream->tell();
-
-  int64_t table_index = 0;
-  uint64_t received = 0;
-  for (const ElementTag& tag : context->tags) {
-    if (tag.kind == ElementTag::kSkip || !row->HasValueAt(tag.key)) continue;
+  for (const ElementTag& tag : context.tags) {
+    if (tag.kind == ElementTag::kSkip || !row.HasValueAt(tag.key)) continue;
     switch (tag.kind) {
       case ElementTag::kRowNumber:
         // "IDX" and then "SEQ" in key order: the later one wins.
-        table_index = row->GetIntegerAt(tag.key);
+        facts->table_index = row.GetIntegerAt(tag.key);
         continue;
       case ElementTag::kNumber:
         text.append(tag.open);
-        AppendUnsigned(static_cast<uint32_t>(row->GetIntegerAt(tag.key)), &text);
+        AppendUnsigned(static_cast<uint32_t>(row.GetIntegerAt(tag.key)), &text);
         break;
       case ElementTag::kText:
       case ElementTag::kEscapedText: {
-        std::string_view value = row->TextViewAt(tag.key);
-        if (tag.received && context->offset_table != nullptr) {
-          received = persist::ReceivedFileTime(value);
+        std::string_view value = row.TextViewAt(tag.key);
+        if (tag.received && context.offset_table != nullptr) {
+          facts->received = ReceivedFileTime(value);
         }
         text.append(tag.open);
         if (tag.kind == ElementTag::kEscapedText) {
-          context->escaper->Append(value, &text);
+          context.escaper->Append(value, &text);
         } else {
           text.append(value);
         }
@@ -133,11 +129,26 @@ uint32_t StreamXMLStoreIndexSerialiser::WriteRowElement(persist::IndexWriteConte
     }
     text.append(tag.close);
   }
-  if (context->offset_table != nullptr) {
-    context->offset_table->Set(context->env, table_index, static_cast<uint32_t>(place), uid,
-                               received);
-  }
   text.append(kElementEnd);
+}
+
+}  // namespace persist
+
+uint32_t StreamXMLStoreIndexSerialiser::WriteRowElement(persist::IndexWriteContext* context,
+                                                        IndexItemPropertyContainer* row) {
+  // The element goes out in one write, so its place is where the stream is.
+  const uint64_t place = context->stream->tell();
+  std::string_view text = context->ready_element;
+  context->ready_element = {};
+  if (text.empty()) {
+    persist::RowElementFacts facts;
+    persist::FormatRowElement(*context, *row, &context->element, &facts);
+    if (context->offset_table != nullptr) {
+      context->offset_table->Set(context->env, facts.table_index, static_cast<uint32_t>(place),
+                                 facts.uid, facts.received);
+    }
+    text = context->element;
+  }
   context->stream->Write(text);
   CheckStream(*context->stream, __LINE__);
   return static_cast<uint32_t>(text.size());

@@ -6,11 +6,13 @@
 
 #include <cinttypes>
 #include <cstdio>
+#include <optional>
 
 #include "base/report.h"
 #include "base/setting_names.h"
 #include "base/settings.h"
 #include "index/store_index.h"
+#include "persist/elements_ahead.h"
 #include "persist/index_report.h"
 #include "persist/index_text.h"
 #include "persist/persist_settings.h"
@@ -295,6 +297,12 @@ int StreamXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index,
       CheckStream(stream, __LINE__);
       if (context.gaps_possible) stream.KeepOriginal();
 
+      // A long save has every other block of elements formatted by a
+      // helper meanwhile; the offset table wants facts of each row on the
+      // way, so a save that keeps one formats them all here.
+      std::optional<persist::ElementsAhead> ahead;
+      if (offset_table == nullptr && persist::ElementsAhead::Worthwhile(rows.size(), start))
+        ahead.emplace(context, rows, start);
       IndexItemPropertyContainer* previous = nullptr;
       bool previous_is_new = false;
       for (size_t i = start; i < rows.size(); ++i) {
@@ -305,13 +313,16 @@ int StreamXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index,
             TraceAndReport("Serialisation Issue: UID incorrectly ordered at " +
                            std::to_string(row->Uid()) + ".\n");
           }
+          if (ahead) context.ready_element = ahead->Take(i - 1);
           position = WriteRow(&context, position, previous, row, previous_is_new);
         }
         previous_is_new = previous != nullptr && row_is_new;
         previous = row;
       }
-      if (previous != nullptr)
+      if (previous != nullptr) {
+        if (ahead) context.ready_element = ahead->Take(rows.size() - 1);
         position = WriteRow(&context, position, previous, nullptr, previous_is_new);
+      }
       stream.Write(persist::kIndexTrailer);
       CheckStream(stream, __LINE__);
       if (!full) new_length = stream.tell();

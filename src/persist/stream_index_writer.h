@@ -55,7 +55,21 @@ struct IndexWriteContext {
   std::vector<ElementTag> tags;
   // The element being built; kept to spare an allocation per row.
   std::string element;
+  // The next row's element when a helper formatted it already; used once.
+  std::string_view ready_element;
 };
+
+// What formatting a row's element learns on the way, for the offset table.
+struct RowElementFacts {
+  uint32_t uid = 0;
+  int64_t table_index = 0;  // "IDX" or "SEQ"
+  uint64_t received = 0;    // read only when the save keeps an offset table
+};
+
+// The row's "<ELEMENT ...>...</ELEMENT>" text into *out. Reads the row and
+// the context's tags and escaper only, so helpers may format rows at once.
+void FormatRowElement(const IndexWriteContext& context, const IndexItemPropertyContainer& row,
+                      std::string* out, RowElementFacts* facts);
 
 // Fills context->tags from the map: which properties are written, how, and
 // their tags. Messages escape only the fields that can hold markup

@@ -89,6 +89,29 @@ TEST_F(StreamIndexWriterTest, FullRewriteWritesTheFileFormat) {
   EXPECT_EQ(LoadedRows(), Rows(index->table));
 }
 
+// A save long enough for a helper to format every other block of rows,
+// whole and then from a changed row on, puts each row where memory says.
+TEST_F(StreamIndexWriterTest, LongSavesPlaceEveryRowWhereMemorySays) {
+  auto index = NewIndex();
+  index->table.LoadState = LoadFull;
+  for (int i = 1; i <= 5000; ++i) {
+    AddRow(index.get(), std::to_string(i) + ".MAI",
+           MessageRow("subject <" + std::to_string(i) + ">", i % 2 ? "\\Seen" : "", i));
+  }
+  for (int round = 0; round < 2; ++round) {
+    SCOPED_TRACE(round);
+    ASSERT_EQ(Save(index.get()), 1);
+    const std::string bytes = FileBytes();
+    for (const auto& [uid, row] : index->table.by_uid()) {
+      const std::string element = bytes.substr(row->FileOffset, row->FileLength);
+      ASSERT_TRUE(element.starts_with("<ELEMENT ID=\"" + std::string(row->IdView()) + "\"")) << uid;
+      ASSERT_TRUE(element.ends_with("</ELEMENT>")) << uid;
+    }
+    EXPECT_EQ(LoadedRows(), Rows(index->table));
+    SetOnRow(index.get(), "300.MAI", "SUBJECT", "longer than it was before");
+  }
+}
+
 TEST_F(StreamIndexWriterTest, FlagChangeOfSameLengthRewritesInPlaceWithoutCutting) {
   SaveThreeRows();
   const std::string before = FileBytes();

@@ -1,0 +1,68 @@
+// Formats the row elements of a long save on a helper thread, a block of
+// rows at a time: the writer formats every other block itself and takes
+// the helper's blocks, already formatted, in their turn. What is written,
+// and where, is the same as without it.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "persist/stream_index_writer.h"
+
+namespace qaaisp::persist {
+
+class ElementsAhead {
+ public:
+  static constexpr size_t kBlockRows = 256;
+  // Saves of fewer rows than this format every row on the writer's thread.
+  static constexpr size_t kLeastRows = 4096;
+  // The most blocks the helper holds formatted and not yet written.
+  static constexpr size_t kBlocksHeld = 4;
+
+  // rows from start on are to be written, in order; the context's tags and
+  // escaper, and the rows' values, must stay as they are until this ends.
+  ElementsAhead(const IndexWriteContext& context,
+                const std::vector<IndexItemPropertyContainer*>& rows, size_t start);
+  // Stops the helper, which finishes the block it is formatting, and waits.
+  ~ElementsAhead();
+  ElementsAhead(const ElementsAhead&) = delete;
+  ElementsAhead& operator=(const ElementsAhead&) = delete;
+
+  // The element of rows[i], valid until the next call, or empty where the
+  // writer is to format it. i rises from call to call.
+  std::string_view Take(size_t i);
+
+  // Whether a save of rows from start on is worth a helper on this machine.
+  static bool Worthwhile(size_t rows, size_t start);
+
+ private:
+  // The helper's blocks are the odd ones, counted from start.
+  struct Block {
+    std::string text;
+    std::vector<uint32_t> ends;  // where each row's element ends in text
+    size_t block = 0;            // the block the place holds, or last held
+    bool done = false;
+  };
+  Block& HeldFor(size_t block) { return held_[(block / 2) % kBlocksHeld]; }
+  void Help();
+
+  const IndexWriteContext& context_;
+  const std::vector<IndexItemPropertyContainer*>& rows_;
+  const size_t start_;
+  const size_t blocks_;
+  Block held_[kBlocksHeld];
+  std::mutex mutex_;
+  std::condition_variable room_;    // the helper waits for a block to be written
+  std::condition_variable filled_;  // the writer waits for a block formatted
+  size_t writing_ = 0;              // the block the writer is in
+  bool stopping_ = false;
+  std::thread helper_;
+};
+
+}  // namespace qaaisp::persist
