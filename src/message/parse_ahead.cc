@@ -90,6 +90,10 @@ IndexedMessage* ParseAhead::Take(size_t position) {
   while (!slots_[k % kWindow].done) {
     if (!ReadOneAhead(lock)) finished_.wait(lock);
   }
+  if (slots_[k % kWindow].read_again) {
+    lock.unlock();
+    IndexNewMessageFile(folder_, NameOf(k), stamp_, &Slot(k));
+  }
   return &Slot(k);
 }
 
@@ -100,9 +104,17 @@ bool ParseAhead::ReadOneAhead(std::unique_lock<std::mutex>& lock) {
     return false;
   const size_t k = next_claim_++;
   lock.unlock();
-  IndexNewMessageFile(folder_, NameOf(k), stamp_, &Slot(k));
+  bool failed = false;
+  try {
+    IndexNewMessageFile(folder_, NameOf(k), stamp_, &Slot(k));
+  } catch (...) {
+    // Read again when the scan takes it, so that what is thrown reaches
+    // the scan's caller rather than ending the process on a helper.
+    failed = true;
+  }
   lock.lock();
   slots_[k % kWindow].done = true;
+  slots_[k % kWindow].read_again = failed;
   finished_.notify_one();
   return true;
 }

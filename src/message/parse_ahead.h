@@ -73,6 +73,7 @@ class ParseAhead {
   struct SlotState {
     IndexedMessage message;
     bool done = false;
+    bool read_again = false;  // the helper's read threw
   };
 
   const std::string folder_;

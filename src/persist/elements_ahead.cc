@@ -47,7 +47,8 @@ std::string_view ElementsAhead::Take(size_t i) {
   }
   if (block % 2 == 0 || !helper_.joinable()) return {};
   Block& held = HeldFor(block);
-  filled_.wait(lock, [&] { return held.done && held.block == block; });
+  filled_.wait(lock, [&] { return failed_ || (held.done && held.block == block); });
+  if (!held.done || held.block != block) return {};
   const size_t row = offset % kBlockRows;
   const size_t begin = row == 0 ? 0 : held.ends[row - 1];
   return std::string_view(held.text).substr(begin, held.ends[row] - begin);
@@ -71,10 +72,19 @@ void ElementsAhead::Help() {
     held->ends.clear();
     const size_t first = start_ + block * kBlockRows;
     const size_t last = std::min(first + kBlockRows, rows_.size());
-    for (size_t i = first; i < last; ++i) {
-      FormatRowElement(context_, *rows_[i], &element, &facts);
-      held->text.append(element);
-      held->ends.push_back(static_cast<uint32_t>(held->text.size()));
+    try {
+      for (size_t i = first; i < last; ++i) {
+        FormatRowElement(context_, *rows_[i], &element, &facts);
+        held->text.append(element);
+        held->ends.push_back(static_cast<uint32_t>(held->text.size()));
+      }
+    } catch (...) {
+      // Out of memory, most likely: the writer formats the rest itself,
+      // where a failure reaches the save's caller.
+      std::lock_guard<std::mutex> lock(mutex_);
+      failed_ = true;
+      filled_.notify_one();
+      return;
     }
     {
       std::lock_guard<std::mutex> lock(mutex_);

@@ -62,6 +62,7 @@ class ElementsAhead {
   std::condition_variable filled_;  // the writer waits for a block formatted
   size_t writing_ = 0;              // the block the writer is in
   bool stopping_ = false;
+  bool failed_ = false;  // the helper gave up
   std::thread helper_;
 };
 
