@@ -27,6 +27,7 @@
 #include "message/uid_branding.h"
 #include "notify/dirty_flags.h"
 #include "persist/index_serialiser.h"
+#include "persist/last_uid_floor.h"
 #include "persist/unindexed_index_serialiser.h"
 
 namespace qaaisp {
@@ -78,6 +79,13 @@ bool StatIndexFile(const std::string& folder, platform::FileInfo* file) {
 bool LoadExistingRows(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
                       const platform::FileInfo& file, bool exists, bool report_failures) {
   if (exists && HoldsCurrentFile(*index, file)) return true;
+  // Clearing the table forgets its rows, not the UIDs handed out: a table
+  // from a failed load or a quarantined index file carries the highest
+  // LastUID the folder is known to have reached, and a folder without an
+  // index file still has its status record's. UIDs count on from there, so
+  // that none is handed out twice.
+  uint32_t floor = index->LastUID;
+  if (!exists) floor = std::max(floor, persist::LastUidInFolderStatus(folder));
   index->UnInit();
   if (exists) {
     // Rows of vanished files are dropped against the listing afterwards,
@@ -85,10 +93,16 @@ bool LoadExistingRows(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
     LoadIndexForClass(index, nullptr, folder, /*item_class=*/0, "", "", /*only_if_unloaded=*/false,
                       /*lock_held=*/true, LoadFull, /*verify_files=*/0, /*rebuild=*/false,
                       /*force_rebuild=*/false, report_failures, /*keep=*/false);
-    if (index->LoadState == LoadFull) return true;
+    // A failed load keeps the floor it found in the damaged file.
+    floor = std::max(floor, index->LastUID);
+    if (index->LoadState == LoadFull) {
+      index->LastUID = floor;
+      return true;
+    }
     index->UnInit();
     index->FullRewriteRequired = true;
   }
+  index->LastUID = floor;
   // What the scan builds is the whole index.
   index->LoadState = LoadFull;
   return exists;

@@ -437,10 +437,29 @@ TEST_F(FolderRescanTest, ARebuildKeepsWhatTheIndexKnewAndSetsABadIndexAside) {
   Put("_index.xml", damaged);
   ScanFolders(folder_);
   EXPECT_EQ(ReadFile(Path("_index.xml.bad")), damaged);
-  // Every message is indexed again, under new UIDs, and the folder works.
-  EXPECT_THAT(SavedRows(), ElementsAre("2.MAI:1", "3.MAI:2"));
+  // Every message is indexed again, under new UIDs above those the damaged
+  // file had handed out, and the folder works.
+  EXPECT_THAT(SavedRows(), ElementsAre("2.MAI:4", "3.MAI:5"));
   EXPECT_THAT(ReadFile(Path("_index.xml")), Not(HasSubstr("\\ANSWERED")));
   EXPECT_TRUE(ScanFolders(folder_));
+}
+
+// UIDs once handed out are never handed out again: a folder that lost its
+// index counts on from its status record, and a table whose file went from
+// under it counts on from its own LastUID.
+TEST_F(FolderRescanTest, ALostIndexCountsOnFromWhatTheFolderHandedOut) {
+  Put("1.MAI", Message("one"));
+  Put("2.MAI", Message("two"));
+  Put("_FOLDER.DAT", qaaisp::testing::FolderStatusRecord(20));
+  SORTEDSTOREINDEXTYPE index;
+  EXPECT_EQ(Scan(&index), 1);
+  EXPECT_THAT(SavedRows(), ElementsAre("1.MAI:21", "2.MAI:22"));
+
+  std::remove(Path("_index.xml").c_str());
+  std::remove(Path("_FOLDER.DAT").c_str());
+  Put("3.MAI", Message("three"));
+  EXPECT_EQ(Scan(&index), 1);
+  EXPECT_THAT(SavedRows(), ElementsAre("1.MAI:23", "2.MAI:24", "3.MAI:25"));
 }
 
 // A rebuild from nothing writes its index once, dated now; a table that

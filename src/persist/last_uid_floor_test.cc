@@ -50,11 +50,7 @@ class LastUidFloorTest : public ::testing::Test {
 
   // The status record with only its LastUID field set.
   void WriteStatusLastUid(uint32_t last_uid) {
-    std::string record(sizeof(FolderDetails), '\0');
-    for (size_t i = 0; i < 4; ++i) {
-      record[offsetof(FolderDetails, LastUID) + i] = static_cast<char>(last_uid >> (8 * i));
-    }
-    WriteFile(Path("_FOLDER.DAT"), record);
+    WriteFile(Path("_FOLDER.DAT"), qaaisp::testing::FolderStatusRecord(last_uid));
   }
 
   LoadRequest Request(bool quiet) const {

@@ -159,7 +159,9 @@ int MSXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index, const 
     // The document's own save: the old content is replaced in place. It is
     // written over the old before the file is cut to length, so a writer
     // killed part way leaves the old index whole or the new header (and its
-    // LASTUID) in place, never an empty file.
+    // LASTUID) in place, never an empty file. Where the old was longer,
+    // blanks cover the rest in the same write: killed before the cut, the
+    // file is the new document with white space behind it, which loads.
     platform::OpenOptions options;
     options.read = false;
     options.write = true;
@@ -167,8 +169,12 @@ int MSXMLStoreIndexSerialiser::SerialiseHook(SORTEDSTOREINDEXTYPE* index, const 
     options.share = platform::ShareMode::kShareReadWrite;
     std::unique_ptr<platform::File> file =
         platform::Env::Default()->OpenFile(persist::IndexFilePath(folder, item_class), options);
-    if (!file || !file->WriteAt(0, writer.out.data(), writer.out.size()) ||
-        !file->Truncate(writer.out.size())) {
+    if (!file) throw ComError(HresultFromWin32(platform::LastError()));
+    const size_t length = writer.out.size();
+    const int64_t old_length = file->Size();
+    if (old_length > 0 && static_cast<uint64_t>(old_length) > length)
+      writer.out.append(static_cast<size_t>(old_length) - length, ' ');
+    if (!file->WriteAt(0, writer.out.data(), writer.out.size()) || !file->Truncate(length)) {
       throw ComError(HresultFromWin32(platform::LastError()));
     }
     return 1;

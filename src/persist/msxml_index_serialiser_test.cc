@@ -231,7 +231,7 @@ TEST_F(DocumentSerialiserTest, ASaveStoppedAtAnyCallLeavesALastUidInTheFile) {
   MSXMLStoreIndexSerialiser writer;
   StoreIndex old_index;
   old_index.table.LastUID = 40;
-  AddRow(&old_index, "a.MAI", 40, {{"SIZE", std::string(4000, '7')}});
+  AddRow(&old_index, "a.MAI", 40, {{"SUBJECT", std::string(4000, 's')}});
   ASSERT_EQ(writer.Serialise(&old_index.table, folder_, 0), 1);
   for (int call = 1;; ++call) {
     ASSERT_EQ(writer.Serialise(&old_index.table, folder_, 0), 1);
@@ -243,6 +243,16 @@ TEST_F(DocumentSerialiserTest, ASaveStoppedAtAnyCallLeavesALastUidInTheFile) {
     const int saved = writer.Serialise(&index.table, folder_, 0);
     env_.Reset();
     EXPECT_GE(persist::LastUidInIndexFile(folder_, 0), 40u) << "failing call " << call;
+    // Stopped before the file was cut to length, the new index stands
+    // whole with blanks behind it, which a load passes over.
+    if (saved == 0) {
+      StoreIndex loaded;
+      const std::string bytes = ReadFile(IndexPath());
+      if (bytes.find("b.MAI") != std::string::npos) {
+        EXPECT_EQ(Load(&writer, &loaded), LoadFull) << "failing call " << call;
+        EXPECT_EQ(loaded.table.LastUID, 41u);
+      }
+    }
     if (saved == 1) break;
     ASSERT_LT(call, 20);
   }

@@ -11,6 +11,7 @@
 #include "index/store_index.h"
 #include "message/message_settings.h"
 #include "persist/index_serialiser.h"
+#include "persist/last_uid_floor.h"
 #include "persist/persist_settings.h"
 #include "persist/stream_index_writer.h"
 #include "qaaisp/qaaisp.h"
@@ -20,10 +21,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string Settings(std::vector<std::string> extra) {
-  extra.push_back("\"Use XML Stream Index Deserialisation\"=dword:00000001");
-  extra.push_back("\"Use XML Stream Index Serialisation\"=dword:00000001");
-  extra.push_back("\"Backup Index\"=dword:00000001");
+std::string Settings(std::vector<std::string> extra, bool stream_members) {
+  if (stream_members) {
+    extra.push_back("\"Use XML Stream Index Deserialisation\"=dword:00000001");
+    extra.push_back("\"Use XML Stream Index Serialisation\"=dword:00000001");
+    extra.push_back("\"Backup Index\"=dword:00000001");
+  }
   return testing::ProductRegText(extra);
 }
 
@@ -74,8 +77,10 @@ std::set<std::string> FlagSet(const std::string& flag_status) {
   return flags;
 }
 
-FolderFixture::FolderFixture(std::vector<std::string> settings)
-    : registry_(Settings(std::move(settings))), scoped_env_(&env_) {
+FolderFixture::FolderFixture(std::vector<std::string> settings, bool stream_members)
+    : registry_(Settings(std::move(settings), stream_members)),
+      scoped_env_(&env_),
+      stream_members_(stream_members) {
   ResetSettingCaches();
   saved_ = ModuleSettings();
   ModuleSettings().notification_mode = 0;
@@ -127,7 +132,7 @@ void FolderFixture::BuildTemplate() {
   ASSERT_GE(StoreIndex_Open(index, 1), 1);
   StoreIndex_Release(index);
   StoreIndex_Delete(index);
-  ASSERT_TRUE(testing::Exists(TemplateInbox() + "/_index.xml.bak"));
+  ASSERT_EQ(testing::Exists(TemplateInbox() + "/_index.xml.bak"), stream_members_);
 }
 
 void FolderFixture::FreshCopy() {
@@ -135,6 +140,7 @@ void FolderFixture::FreshCopy() {
   fs::remove_all(run_root_, ec);
   CopyTree(template_.path(), run_root_);
   ModuleSettings().mail_root = run_root_;
+  last_uid_before_ = persist::LastUidInIndexFile(Inbox(), 0);
 }
 
 namespace {
@@ -260,11 +266,14 @@ std::string FolderFixture::CheckRecovered(const ExpectedFolder& expected, RunTal
 
   const std::map<std::string, std::string> on_disk = MessageFiles(Inbox());
   const auto& by_id = index->table.by_id();
+  const uint32_t last_uid = index->table.LastUID;
+  if (last_uid < last_uid_before_)
+    failures << "LastUID went down from " << last_uid_before_ << " to " << last_uid << "\n";
   std::set<uint32_t> uids;
   for (const auto& [id, row] : by_id) {
     if (!on_disk.count(id)) failures << "row " << id << " has no file\n";
     const uint32_t uid = static_cast<uint32_t>(row->GetInteger("UID"));
-    if (uid == 0 || !uids.insert(uid).second)
+    if (uid == 0 || uid > last_uid || !uids.insert(uid).second)
       failures << "row " << id << " has UID " << uid << "\n";
   }
   for (const auto& [name, bytes] : on_disk) {

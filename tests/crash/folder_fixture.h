@@ -52,8 +52,10 @@ class FolderFixture : public ::testing::Test {
   static constexpr const char* kMailbox = "box";
   static constexpr const char* kFolder = "Inbox";
 
-  // settings: extra registry lines under the product key.
-  explicit FolderFixture(std::vector<std::string> settings = {});
+  // settings: extra registry lines under the product key. With
+  // stream_members the stream reader and writer are chosen and backups
+  // taken; otherwise the document member works alone, as by default.
+  explicit FolderFixture(std::vector<std::string> settings = {}, bool stream_members = true);
   ~FolderFixture() override;
 
   // Builds the template: kMessages delivered, flags set on some, a backup
@@ -104,7 +106,10 @@ class FolderFixture : public ::testing::Test {
   testing::ScopedRegistry registry_;
   testing::FaultInjectionEnv env_;
   testing::ScopedDefaultEnv scoped_env_;
+  const bool stream_members_;
   LibrarySettings saved_;
+  // The LastUID of the fresh copy's index file: no recovery may go below.
+  uint32_t last_uid_before_ = 0;
 };
 
 // Flags of a FLAGSTATUS text, upper case, "\RECENT" left out: a re-scan may

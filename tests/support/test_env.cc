@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -14,6 +15,7 @@
 
 #include "platform/registry.h"
 #include "platform/win32_error.h"
+#include "qaaisp/qaaisp.h"
 
 namespace qaaisp::testing {
 
@@ -290,6 +292,15 @@ std::string RegText(const std::vector<std::pair<std::string, std::vector<std::st
 
 std::string ProductRegText(const std::vector<std::string>& lines) {
   return RegText({{"SOFTWARE\\Wow6432Node\\Quill Arbor\\Quill Arbor", lines}});
+}
+
+std::string FolderStatusRecord(uint32_t last_uid) {
+  std::string record(sizeof(FolderDetails), '\0');
+  // Little-endian on disk, whatever the host.
+  for (size_t i = 0; i < 4; ++i) {
+    record[offsetof(FolderDetails, LastUID) + i] = static_cast<char>(last_uid >> (8 * i));
+  }
+  return record;
 }
 
 }  // namespace qaaisp::testing

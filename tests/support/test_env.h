@@ -168,4 +168,7 @@ std::string RegText(const std::vector<std::pair<std::string, std::vector<std::st
 // .reg text of the product's own key holding the given value lines.
 std::string ProductRegText(const std::vector<std::string>& lines);
 
+// A folder status record ("_FOLDER.DAT") that holds last_uid and zeros.
+std::string FolderStatusRecord(uint32_t last_uid);
+
 }  // namespace qaaisp::testing
