@@ -44,6 +44,21 @@ class CrashInjectionTest : public FolderFixture {
               << " in-flight changes lost, " << tally.dirty_marked << " left marked as changed\n";
     return tally;
   }
+
+  // A delivery of message 25 and a removal of message 7 through the exports.
+  static Operation Delivery(const char* name) {
+    return {
+        name,
+        [](const std::string& inbox) {
+          testing::WriteFile(inbox + "/25.MAI", FolderFixture::Message(25));
+        },
+        [](const std::string&) { Direct_StoreIndex_InsertItem("po", "box", "Inbox", "25.MAI"); }};
+  }
+  static Operation Removal(const char* name) {
+    return {
+        name, [](const std::string& inbox) { std::filesystem::remove(inbox + "/7.MAI"); },
+        [](const std::string&) { Direct_StoreIndex_RemoveItem("po", "box", "Inbox", "7.MAI"); }};
+  }
 };
 
 void Nothing(const std::string&) {}
@@ -51,17 +66,12 @@ void Nothing(const std::string&) {}
 TEST_F(CrashInjectionTest, DirectWritesSurviveAKillAtEveryCall) {
   BuildTemplate();
   const Operation operations[] = {
-      {"save",
-       [](const std::string& inbox) {
-         testing::WriteFile(inbox + "/25.MAI", FolderFixture::Message(25));
-       },
-       [](const std::string&) { Direct_StoreIndex_InsertItem("po", "box", "Inbox", "25.MAI"); }},
+      Delivery("save"),
       {"in-place update", Nothing,
        [](const std::string&) {
          Direct_StoreIndex_UpdateItem("po", "box", "Inbox", "10.MAI", "+\\Flagged +\\Answered");
        }},
-      {"removal", [](const std::string& inbox) { std::filesystem::remove(inbox + "/7.MAI"); },
-       [](const std::string&) { Direct_StoreIndex_RemoveItem("po", "box", "Inbox", "7.MAI"); }},
+      Removal("removal"),
   };
   for (const Operation& operation : operations) {
     RunTally tally = KillAtEveryCall(operation);
@@ -71,27 +81,17 @@ TEST_F(CrashInjectionTest, DirectWritesSurviveAKillAtEveryCall) {
 
 // The document member, with no backup to fall back on: a save killed at
 // any point must leave an index that loads, or one whose rebuild counts on
-// from the UIDs handed out.
+// from the UIDs handed out. A removal makes the index shorter: killed after
+// the write and before the file is cut to length, it leaves the new rows
+// with old bytes behind them.
 class CrashWithDefaultsTest : public CrashInjectionTest {
  protected:
   CrashWithDefaultsTest() : CrashInjectionTest({}, /*stream_members=*/false) {}
 };
 
-// A removal makes the index shorter: killed after the write and before the
-// file is cut to length, it leaves the new rows with old bytes behind them.
 TEST_F(CrashWithDefaultsTest, SavesKilledAtEveryCallLoseNoUid) {
   BuildTemplate();
-  const Operation operations[] = {
-      {"document save",
-       [](const std::string& inbox) {
-         testing::WriteFile(inbox + "/25.MAI", FolderFixture::Message(25));
-       },
-       [](const std::string&) { Direct_StoreIndex_InsertItem("po", "box", "Inbox", "25.MAI"); }},
-      {"document removal",
-       [](const std::string& inbox) { std::filesystem::remove(inbox + "/7.MAI"); },
-       [](const std::string&) { Direct_StoreIndex_RemoveItem("po", "box", "Inbox", "7.MAI"); }},
-  };
-  for (const Operation& operation : operations) {
+  for (const Operation& operation : {Delivery("document save"), Removal("document removal")}) {
     RunTally tally = KillAtEveryCall(operation);
     EXPECT_EQ(tally.flags_lost, 0) << operation.name;
   }
