@@ -124,16 +124,20 @@ std::optional<FileIterator> LoadAndList(SORTEDSTOREINDEXTYPE* index, const std::
     const bool with_info = exists || !index->by_id().empty();
     try {
       lister = std::thread([&listing, &pattern, with_info] {
-        listing.emplace(pattern, FileIterator::kFilesAndDirectories, with_info);
+        try {
+          listing.emplace(pattern, FileIterator::kFilesAndDirectories, with_info);
+        } catch (...) {
+          // Listed again below, where a failure reaches the scan's caller.
+          listing.reset();
+        }
       });
     } catch (const std::system_error&) {
       // No thread to be had: listed after the load instead.
     }
   }
   *index_existed = LoadExistingRows(index, folder, file, exists, report_failures);
-  if (lister.joinable()) {
-    lister.join();
-  } else {
+  if (lister.joinable()) lister.join();
+  if (!listing) {
     listing.emplace(pattern, FileIterator::kFilesAndDirectories,
                     /*with_info=*/!index->by_id().empty());
   }
