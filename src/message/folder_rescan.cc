@@ -27,6 +27,7 @@
 #include "message/uid_branding.h"
 #include "notify/dirty_flags.h"
 #include "persist/index_serialiser.h"
+#include "persist/index_text.h"
 #include "persist/last_uid_floor.h"
 #include "persist/unindexed_index_serialiser.h"
 
@@ -41,13 +42,6 @@ constexpr size_t kMaxScannedNameLength = kFileNameFieldSize;
 
 LazySetting g_maximum_rows(settings::kProductKey, settings::kMaximumIndexRows, 1000000);
 std::atomic<FolderStatusWriter> g_status_writer{nullptr};
-
-std::string InFolder(const std::string& folder, std::string_view name) {
-  std::string path;
-  path.reserve(folder.size() + 1 + name.size());
-  path.append(folder).append(1, '/').append(name);
-  return path;
-}
 
 bool Skipped(const platform::DirEntry& entry) {
   return entry.is_directory || entry.name.empty() || entry.name[0] == '_' || entry.name[0] == '.';
@@ -69,8 +63,8 @@ bool HoldsCurrentFile(const SORTEDSTOREINDEXTYPE& index, const platform::FileInf
 
 // Whether the folder has an index file; its facts go to *file.
 bool StatIndexFile(const std::string& folder, platform::FileInfo* file) {
-  return platform::Env::Default()->Stat(InFolder(folder, files::kIndexXml), file) && file->exists &&
-         !file->is_directory;
+  return platform::Env::Default()->Stat(persist::JoinPath(folder, files::kIndexXml), file) &&
+         file->exists && !file->is_directory;
 }
 
 // Clears the table and loads the folder's index file, if exists says there
@@ -205,7 +199,7 @@ void DropVanishedRows(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   for (const auto& [id, row] : index->by_id()) {
     name = std::lower_bound(name, names->end(), std::string_view(id));
     if (name != names->end() && *name == id) continue;
-    if (!platform::FileExists(env, InFolder(folder, id))) gone.insert(id);
+    if (!platform::FileExists(env, persist::JoinPath(folder, id))) gone.insert(id);
   }
   if (!gone.empty()) index->Remove(gone);
 }
@@ -221,7 +215,8 @@ void RefreshFileFacts(const std::string& path, Row* row) {
 
 void WriteFolderSizeFile(const std::string& folder, uint64_t total_bytes) {
   const uint64_t kilobytes = total_bytes / 1024;
-  platform::WriteWholeFileAtomic(platform::Env::Default(), InFolder(folder, files::kDirSize),
+  platform::WriteWholeFileAtomic(platform::Env::Default(),
+                                 persist::JoinPath(folder, files::kDirSize),
                                  std::to_string(kilobytes));
 }
 
@@ -229,7 +224,7 @@ void WriteFolderSizeFile(const std::string& folder, uint64_t total_bytes) {
 // file as it stands keeps up with the new time, so that it is not taken
 // for another process's change (and saved or reloaded again).
 void StampNow(SORTEDSTOREINDEXTYPE* index, const std::string& folder) {
-  const std::string path = InFolder(folder, files::kIndexXml);
+  const std::string path = persist::JoinPath(folder, files::kIndexXml);
   const bool as_it_stands = IndexSavedAsItStands(*index, folder, /*item_class=*/0);
   platform::Env* env = platform::Env::Default();
   platform::OpenOptions options;
@@ -307,7 +302,7 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
                        platform::SocketHandle socket, int block_mode, bool report_failures) {
   if (folder.empty()) return 0;
   const uint32_t maximum_rows = MaximumIndexRowsSetting();
-  ScopedIndexAccess access(InFolder(folder, files::kIndexBlk), block_mode);
+  ScopedIndexAccess access(persist::JoinPath(folder, files::kIndexBlk), block_mode);
   if (!access.held()) return 1;
   const uint32_t branding = UidBrandingSetting();
   // The stamp only matters to branded files.
@@ -390,7 +385,7 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
     if (row) ++rows_met;
     total_bytes += fresh.size;
     RebrandMessage(folder, fresh.name, stamp, uid_counter);
-    if (branding && row) RefreshFileFacts(InFolder(folder, fresh.name), row);
+    if (branding && row) RefreshFileFacts(persist::JoinPath(folder, fresh.name), row);
   }
 
   ahead.reset();  // a scan stopped part way reads no further
@@ -404,7 +399,7 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
     if (index->FirstModifiedUID != 0 || index->FullRewriteRequired) {
       SetDirtyPathNotification(folder);
     } else {
-      platform::Env::Default()->RemoveFile(InFolder(folder, files::kChangeFlag));
+      platform::Env::Default()->RemoveFile(persist::JoinPath(folder, files::kChangeFlag));
       if (FolderStatusWriter writer = g_status_writer.load()) {
         FolderDetails details{};
         index->GetFolderDetails(&details);

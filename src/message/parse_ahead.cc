@@ -7,6 +7,7 @@
 
 #include "message/message_index.h"
 #include "message/message_settings.h"
+#include "persist/index_text.h"
 #include "platform/env.h"
 
 namespace qaaisp {
@@ -24,11 +25,9 @@ void IndexNewMessageFile(const std::string& folder, const std::string& name, uin
   info.FolderStamp = stamp;
   SetBounded(&info.FileName, name, kFileNameFieldSize);
   out->read_size = 0;
-  std::string path;
-  path.reserve(folder.size() + 1 + name.size());
-  path.append(folder).append(1, '/').append(name);
-  out->indexed = IndexMessage(path, &info, /*clear_flags=*/false, UidBrandingSetting(),
-                              kAttachmentsVerified, /*ignore_read=*/false, &out->read_size) != 0;
+  out->indexed = IndexMessage(persist::JoinPath(folder, name), &info, /*clear_flags=*/false,
+                              UidBrandingSetting(), kAttachmentsVerified, /*ignore_read=*/false,
+                              &out->read_size) != 0;
 }
 
 ParseAhead::ParseAhead(const std::string& folder,
