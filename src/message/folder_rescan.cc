@@ -241,6 +241,54 @@ void StampNow(SORTEDSTOREINDEXTYPE* index, const std::string& folder) {
     index->IndexFileDate = stamped.write_time.ticks();
 }
 
+// The status record of a folder of more than a few rows is counted on a
+// helper thread while the save writes the rows out: both only read the
+// rows and the tables of them, and a count takes a walk over every row.
+constexpr size_t kLeastCountedAhead = 128;
+
+class StatusCount {
+ public:
+  // With no table, one not wholly loaded (a count could load it, under
+  // the save), or no thread to be had, Result counts by itself.
+  explicit StatusCount(SORTEDSTOREINDEXTYPE* index) {
+    if (index == nullptr || index->LoadState < LoadFull) return;
+    try {
+      counter_ = std::thread([this, index] {
+        try {
+          index->GetFolderDetails(&details_);
+          counted_ = true;
+        } catch (...) {
+          // Counted again on the scan's thread, where a failure is reported.
+        }
+      });
+    } catch (const std::system_error&) {
+    }
+  }
+  StatusCount(const StatusCount&) = delete;
+  StatusCount& operator=(const StatusCount&) = delete;
+  ~StatusCount() {
+    if (counter_.joinable()) counter_.join();
+  }
+
+  // The record; LastUID is the table's after the save, which may have
+  // raised it to what the file on disk had reached.
+  FolderDetails Result(SORTEDSTOREINDEXTYPE* index) {
+    if (counter_.joinable()) counter_.join();
+    if (counted_) {
+      details_.LastUID = static_cast<int32_t>(index->LastUID);
+    } else {
+      details_ = FolderDetails{};
+      index->GetFolderDetails(&details_);
+    }
+    return details_;
+  }
+
+ private:
+  std::thread counter_;
+  FolderDetails details_{};
+  bool counted_ = false;
+};
+
 // Makes and inserts the row of a file indexed; gives it (owned by the
 // table), or null.
 Row* InsertIndexedRow(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
@@ -304,6 +352,7 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   const uint32_t maximum_rows = MaximumIndexRowsSetting();
   ScopedIndexAccess access(persist::JoinPath(folder, files::kIndexBlk), block_mode);
   if (!access.held()) return 1;
+  const platform::HeldDirectory held(folder);
   const uint32_t branding = UidBrandingSetting();
   // The stamp only matters to branded files.
   const uint32_t stamp = branding ? GetFolderStamp(folder) : 0;
@@ -393,6 +442,9 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   WriteFolderSizeFile(folder, total_bytes);
   int result = 1;
   if (!aborted) {
+    const FolderStatusWriter writer = g_status_writer.load();
+    StatusCount counted(
+        writer != nullptr && helpers > 0 && index->size() >= kLeastCountedAhead ? index : nullptr);
     result = SaveIndexFile(index, folder, /*item_class=*/0);
     // A save that did not go through leaves its marks on the table; the
     // folder then stays marked as changed, so the next open scans again.
@@ -400,11 +452,7 @@ int ScanFoldersOrdered(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
       SetDirtyPathNotification(folder);
     } else {
       platform::Env::Default()->RemoveFile(persist::JoinPath(folder, files::kChangeFlag));
-      if (FolderStatusWriter writer = g_status_writer.load()) {
-        FolderDetails details{};
-        index->GetFolderDetails(&details);
-        writer(folder, details);
-      }
+      if (writer) writer(folder, counted.Result(index));
     }
   }
   heartbeat.Restore();

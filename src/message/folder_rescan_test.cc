@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -396,6 +397,14 @@ TEST_F(FolderRescanTest, ARebuildReadingAheadOnHelpersSavesTheSameIndex) {
   ParseAhead::SetHelperCountForTesting(-1);
   EXPECT_EQ(saved[1], saved[0]);
   EXPECT_EQ(SavedRows().size(), 199u);
+  // The status record counted beside the save is the one counted after it.
+  ASSERT_EQ(status_calls_.size(), 2u);
+  const FolderDetails& alone = status_calls_[0].details;
+  EXPECT_EQ(alone.Total, 199);
+  EXPECT_EQ(alone.LastUID, 199);
+  EXPECT_GT(alone.Seen, 0);
+  EXPECT_GT(alone.Flagged, 0);
+  EXPECT_EQ(std::memcmp(&status_calls_[1].details, &alone, sizeof alone), 0);
 }
 
 TEST_F(BrandedRescanTest, ARebuildReadingAheadBrandsAsOneThreadDoes) {

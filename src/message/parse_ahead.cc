@@ -119,6 +119,7 @@ bool ParseAhead::ReadOneAhead(std::unique_lock<std::mutex>& lock) {
 }
 
 void ParseAhead::Help() {
+  const platform::HeldDirectory held(folder_);
   std::unique_lock<std::mutex> lock(mutex_);
   for (;;) {
     // A file may be taken up while its slot is free: the window ends one

@@ -211,6 +211,31 @@ class EnvWrapper : public Env {
   Env* target_;
 };
 
+// Holds a directory open while this thread reads many files directly in
+// it: the real Env then reaches such a file by its name relative to the
+// handle, sparing the walk of the whole path at each file. What is read is
+// the same either way; a directory renamed meanwhile is still read under
+// its new name. Holds nest, the innermost one counting; each thread that
+// reads takes its own. Where the directory cannot be opened, or on a
+// backend without relative opens, paths are walked as usual.
+class HeldDirectory {
+ public:
+  explicit HeldDirectory(const std::string& path);
+  HeldDirectory(const HeldDirectory&) = delete;
+  HeldDirectory& operator=(const HeldDirectory&) = delete;
+  ~HeldDirectory();
+
+  // The name of path relative to the innermost directory this thread
+  // holds, with its handle in *handle; null where path is not a file
+  // directly in it.
+  static const char* NameInHeld(const std::string& path, int* handle);
+
+ private:
+  std::string path_;
+  int handle_ = -1;
+  HeldDirectory* outer_ = nullptr;
+};
+
 // Whole-file helpers on top of an Env.
 bool ReadWholeFile(Env* env, const std::string& path, std::string* out);
 // Writes through a temporary beside the target and one final rename.

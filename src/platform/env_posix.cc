@@ -284,6 +284,41 @@ bool ReadOpenFile(int fd, ShareMode share, ReadBuffer* out, FileInfo* info) {
   return true;
 }
 
+thread_local HeldDirectory* t_held_directory = nullptr;
+
+}  // namespace
+
+HeldDirectory::HeldDirectory(const std::string& path) : path_(path), outer_(t_held_directory) {
+  while (path_.size() > 1 && path_.back() == '/') path_.pop_back();
+  handle_ = ::open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+  t_held_directory = this;
+}
+
+HeldDirectory::~HeldDirectory() {
+  t_held_directory = outer_;
+  if (handle_ >= 0) ::close(handle_);
+}
+
+const char* HeldDirectory::NameInHeld(const std::string& path, int* handle) {
+  const HeldDirectory* held = t_held_directory;
+  if (held == nullptr || held->handle_ < 0) return nullptr;
+  const std::string& dir = held->path_;
+  if (path.size() <= dir.size() + 1 || path.compare(0, dir.size(), dir) != 0 ||
+      path[dir.size()] != '/') {
+    return nullptr;
+  }
+  const char* name = path.c_str() + dir.size() + 1;
+  // Only a plain name: anything that would climb or descend walks the path.
+  if (std::strchr(name, '/') != nullptr || std::strcmp(name, "..") == 0 ||
+      std::strcmp(name, ".") == 0) {
+    return nullptr;
+  }
+  *handle = held->handle_;
+  return name;
+}
+
+namespace {
+
 class PosixEnv final : public Env {
  public:
   bool TakesConcurrentCalls() override { return true; }
@@ -356,7 +391,10 @@ class PosixEnv final : public Env {
   // One fstat serves the directory test, the size and the time.
   bool ReadFileWhole(const std::string& path, ShareMode share, ReadBuffer* out,
                      FileInfo* info) override {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    int held = -1;
+    const char* name = HeldDirectory::NameInHeld(path, &held);
+    const int fd = name ? ::openat(held, name, O_RDONLY | O_CLOEXEC)
+                        : ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
       SetErrnoError(errno, path);
       return false;

@@ -224,6 +224,56 @@ TEST_F(PosixEnvTest, WholeFileReadsAgreeWithTheOpenAndFileCalls) {
   EXPECT_TRUE(buffer.view().empty());
 }
 
+TEST_F(PosixEnvTest, AHeldDirectoryIsReadByNameAndOnlyOnItsThread) {
+  const std::string top = dir.Sub("top");
+  ASSERT_TRUE(env->MakeDirectory(top));
+  ASSERT_TRUE(env->MakeDirectory(top + "/sub"));
+  ASSERT_TRUE(WriteWholeFileAtomic(env, top + "/a", "outer"));
+  ASSERT_TRUE(WriteWholeFileAtomic(env, top + "/sub/b", "inner"));
+  ReadBuffer buffer;
+  FileInfo info;
+  const auto read = [&](const std::string& path) {
+    return env->ReadFileWhole(path, ShareMode::kShareReadWrite, &buffer, &info)
+               ? std::string(buffer.view())
+               : "error " + std::to_string(LastError());
+  };
+  int handle = -1;
+  {
+    const HeldDirectory held(top + "/");
+    EXPECT_STREQ(HeldDirectory::NameInHeld(top + "/a", &handle), "a");
+    for (const std::string& other : {top + "/sub/b", top + "/..", top + "/", top, dir.Sub("a")})
+      EXPECT_EQ(HeldDirectory::NameInHeld(other, &handle), nullptr) << other;
+    std::thread([&] { EXPECT_EQ(HeldDirectory::NameInHeld(top + "/a", &handle), nullptr); }).join();
+    {
+      const HeldDirectory inner(top + "/sub");
+      EXPECT_STREQ(HeldDirectory::NameInHeld(top + "/sub/b", &handle), "b");
+      EXPECT_EQ(HeldDirectory::NameInHeld(top + "/a", &handle), nullptr);
+      EXPECT_EQ(read(top + "/a"), "outer");
+    }
+    EXPECT_STREQ(HeldDirectory::NameInHeld(top + "/a", &handle), "a");
+    // Errors and share checks are those of a read by the whole path.
+    EXPECT_EQ(read(top + "/none"), "error " + std::to_string(kErrorFileNotFound));
+    EXPECT_EQ(read(top + "/sub"), "error " + std::to_string(kErrorAccessDenied));
+    {
+      auto writer = Open(top + "/a", ShareMode::kShareNone, true);
+      ASSERT_NE(writer, nullptr);
+      EXPECT_EQ(read(top + "/a"), "error " + std::to_string(kErrorSharingViolation));
+    }
+    EXPECT_EQ(read(top + "/sub/b"), "inner");
+    // The handle, not the name, leads to the files: moved away, the
+    // directory is still read.
+    ASSERT_TRUE(env->RenamePath(top, dir.Sub("moved"), false));
+    EXPECT_EQ(read(top + "/a"), "outer");
+    EXPECT_EQ(read(top + "/sub/b"), "error " + std::to_string(kErrorPathNotFound));
+  }
+  EXPECT_EQ(HeldDirectory::NameInHeld(top + "/a", &handle), nullptr);
+  EXPECT_EQ(read(top + "/a"), "error " + std::to_string(kErrorPathNotFound));
+  // A directory that cannot be held leaves reads to the whole path.
+  const HeldDirectory missing(dir.Sub("missing"));
+  EXPECT_EQ(HeldDirectory::NameInHeld(dir.Sub("missing") + "/a", &handle), nullptr);
+  EXPECT_EQ(read(dir.Sub("moved") + "/a"), "outer");
+}
+
 TEST(Win32ErrorTest, LastErrorIsPerThread) {
   SetLastErrorCode(32);
   std::thread([] {
