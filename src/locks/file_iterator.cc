@@ -66,6 +66,28 @@ std::string FileIterator::path() const {
   return directory_ == "/" ? "/" + name() : directory_ + "/" + name();
 }
 
+void FileIterator::PrepareInfo() { gone_ = std::make_unique<bool[]>(entries_.size()); }
+
+void FileIterator::FillInfo(size_t begin, size_t end) {
+  end = std::min(end, entries_.size());
+  if (begin >= end) return;
+  platform::Env::Default()->FillEntryInfo(directory_, entries_.data() + begin, end - begin,
+                                          gone_.get() + begin);
+}
+
+void FileIterator::DropVanished() {
+  if (!gone_) return;
+  size_t kept = 0;
+  for (size_t i = 0; i < entries_.size(); ++i) {
+    if (gone_[i]) continue;
+    if (kept != i) entries_[kept] = std::move(entries_[i]);
+    ++kept;
+  }
+  entries_.resize(kept);
+  gone_.reset();
+  if (entries_.empty() && ok_) error_ = platform::kErrorFileNotFound;
+}
+
 void FileIterator::SortByName(bool ignore_case) {
   auto first = entries_.begin() + static_cast<std::ptrdiff_t>(std::min(position_, entries_.size()));
   if (ignore_case) {

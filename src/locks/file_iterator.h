@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -46,9 +47,18 @@ class FileIterator {
   // Number of matching entries in all, walked or not.
   size_t size() const { return entries_.size(); }
 
+  // For a walk listed without info, the sizes and times in parts: after
+  // one call of PrepareInfo, threads may fill disjoint ranges of entries
+  // with FillInfo (a stat each) at once; DropVanished then drops the
+  // entries that had gone meanwhile, before the walk.
+  void PrepareInfo();
+  void FillInfo(size_t begin, size_t end);
+  void DropVanished();
+
  private:
   std::string directory_;
   std::vector<platform::DirEntry> entries_;
+  std::unique_ptr<bool[]> gone_;
   size_t position_ = 0;
   bool ok_ = false;
   uint32_t error_ = 0;

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <thread>
 
+#include "platform/win32_error.h"
 #include "test_env.h"
 
 namespace qaaisp {
@@ -89,6 +91,57 @@ TEST_F(FileIteratorTest, SortingOrdersWhatIsLeft) {
   FileIterator bytes(dir_.Sub("s/*"));
   bytes.SortByName(false);
   EXPECT_EQ(Names(bytes), (std::vector<std::string>{"A", "C", "a", "b"}));
+}
+
+// Takes the portable fill, a stat of each entry by its path.
+class PortableFillEnv : public platform::EnvWrapper {
+ public:
+  using EnvWrapper::EnvWrapper;
+  void FillEntryInfo(const std::string& dir, platform::DirEntry* entries, size_t count,
+                     bool* gone) override {
+    Env::FillEntryInfo(dir, entries, count, gone);
+  }
+};
+
+TEST_F(FileIteratorTest, InfoFilledInRunsAfterTheListingIsThatOfAListingWithIt) {
+  WriteFile(dir_.Sub("Inbox/5.MAI"), std::string(5000, 'x'));
+  PortableFillEnv portable(platform::Env::Default());
+  for (platform::Env* env : {platform::Env::Default(), static_cast<platform::Env*>(&portable)}) {
+    SCOPED_TRACE(env == &portable ? "portable" : "backend");
+    testing::ScopedDefaultEnv scoped(env);
+    WriteFile(dir_.Sub("Inbox/gone.MAI"), "");
+    FileIterator filled(dir_.Sub("Inbox/*.MAI"));
+    ASSERT_TRUE(platform::Env::Default()->RemoveFile(dir_.Sub("Inbox/gone.MAI")));
+    FileIterator with_info(dir_.Sub("Inbox/*.MAI"), FileIterator::kFilesAndDirectories, true);
+    filled.PrepareInfo();
+    std::thread other([&] { filled.FillInfo(0, 2); });
+    filled.FillInfo(2, 100);
+    other.join();
+    filled.DropVanished();
+    filled.SortByName(false);
+    with_info.SortByName(false);
+    ASSERT_EQ(filled.size(), with_info.size());
+    ASSERT_EQ(filled.size(), 5u);  // four messages and the directory
+    for (; !filled.Done(); filled.Next(), with_info.Next()) {
+      SCOPED_TRACE(filled.name());
+      EXPECT_EQ(filled.name(), with_info.name());
+      EXPECT_EQ(filled.entry().is_directory, with_info.entry().is_directory);
+      if (filled.entry().is_directory) continue;
+      EXPECT_EQ(filled.entry().size, with_info.entry().size);
+      EXPECT_EQ(filled.entry().write_time.ticks(), with_info.entry().write_time.ticks());
+      EXPECT_FALSE(filled.entry().write_time.IsZero());
+    }
+    // A listing that lost every entry reports no match.
+    WriteFile(dir_.Sub("Inbox/gone.MAI"), "");
+    FileIterator lost(dir_.Sub("Inbox/gone*"));
+    ASSERT_TRUE(platform::Env::Default()->RemoveFile(dir_.Sub("Inbox/gone.MAI")));
+    EXPECT_EQ(lost.error(), 0u);
+    lost.PrepareInfo();
+    lost.FillInfo(0, 1);
+    lost.DropVanished();
+    EXPECT_TRUE(lost.Done());
+    EXPECT_EQ(lost.error(), platform::kErrorFileNotFound);
+  }
 }
 
 }  // namespace

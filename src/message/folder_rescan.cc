@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -102,11 +104,57 @@ bool LoadExistingRows(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
   return exists;
 }
 
+// Sizes and times of a listing taken without them, shared out in runs of
+// entries between the thread that listed and the scan's own, once that has
+// loaded the index.
+class InfoFill {
+ public:
+  static constexpr size_t kRun = 512;
+
+  explicit InfoFill(bool wanted) : wanted_(wanted) {}
+
+  // Called by the lister once listing is set or left empty.
+  void Listed(std::optional<FileIterator>* listing) {
+    if (*listing && wanted_) (*listing)->PrepareInfo();
+    std::lock_guard<std::mutex> lock(mutex_);
+    listing_ = listing->has_value() ? &**listing : nullptr;
+    listed_ = true;
+    ready_.notify_all();
+  }
+  void WaitListed() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    ready_.wait(lock, [&] { return listed_; });
+  }
+  // Takes runs until none is left; false if a stat threw, in which case
+  // the listing is not to be trusted.
+  bool Fill() {
+    if (listing_ == nullptr || !wanted_) return true;
+    try {
+      for (;;) {
+        const size_t begin = next_.fetch_add(kRun);
+        if (begin >= listing_->size()) return true;
+        listing_->FillInfo(begin, begin + kRun);
+      }
+    } catch (...) {
+      return false;
+    }
+  }
+
+ private:
+  const bool wanted_;
+  std::mutex mutex_;
+  std::condition_variable ready_;
+  bool listed_ = false;
+  FileIterator* listing_ = nullptr;
+  std::atomic<size_t> next_{0};
+};
+
 // Loads the index file and lists the folder's ".MAI" entries. Sizes and
 // times are needed only to compare files with rows, so a folder with no
 // rows is listed without them. Where helper threads may be used, the
 // listing is taken on one while the index loads; it then has sizes and
-// times whenever there is an index file, since its rows are not known yet.
+// times whenever there is an index file, since its rows are not known yet,
+// and the scan's thread helps to stat the entries once its load is done.
 std::optional<FileIterator> LoadAndList(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
                                         bool report_failures, bool* index_existed) {
   const std::string pattern = folder + "/*.MAI";
@@ -114,23 +162,38 @@ std::optional<FileIterator> LoadAndList(SORTEDSTOREINDEXTYPE* index, const std::
   const bool exists = StatIndexFile(folder, &file);
   std::optional<FileIterator> listing;
   std::thread lister;
+  const bool with_info = exists || !index->by_id().empty();
+  InfoFill fill(with_info);
+  std::atomic<bool> filled{true};
   if (ParseAhead::HelperCount() > 0) {
-    const bool with_info = exists || !index->by_id().empty();
     try {
-      lister = std::thread([&listing, &pattern, with_info] {
+      lister = std::thread([&] {
         try {
-          listing.emplace(pattern, FileIterator::kFilesAndDirectories, with_info);
+          listing.emplace(pattern, FileIterator::kFilesAndDirectories, /*with_info=*/false);
         } catch (...) {
           // Listed again below, where a failure reaches the scan's caller.
           listing.reset();
         }
+        fill.Listed(&listing);
+        if (!fill.Fill()) filled = false;
       });
     } catch (const std::system_error&) {
       // No thread to be had: listed after the load instead.
     }
   }
-  *index_existed = LoadExistingRows(index, folder, file, exists, report_failures);
+  try {
+    *index_existed = LoadExistingRows(index, folder, file, exists, report_failures);
+    if (lister.joinable() && with_info) {
+      fill.WaitListed();
+      if (!fill.Fill()) filled = false;
+    }
+  } catch (...) {
+    if (lister.joinable()) lister.join();
+    throw;
+  }
   if (lister.joinable()) lister.join();
+  if (listing && with_info) listing->DropVanished();
+  if (!filled) listing.reset();
   if (!listing) {
     listing.emplace(pattern, FileIterator::kFilesAndDirectories,
                     /*with_info=*/!index->by_id().empty());

@@ -141,6 +141,11 @@ class Env {
   // spares a stat per entry.
   virtual bool ListDirectory(const std::string& dir, bool with_info,
                              std::vector<DirEntry>* out) = 0;
+  // Gives count entries listed from dir without info the sizes and times
+  // a listing with info gives, one stat each; gone[i] is set for an entry
+  // that has vanished since, cleared for the others. Threads may fill
+  // disjoint entries at once. The default stats each by its path.
+  virtual void FillEntryInfo(const std::string& dir, DirEntry* entries, size_t count, bool* gone);
 
   // Time.
   virtual FileTime NowFileTime() = 0;
@@ -190,6 +195,9 @@ class EnvWrapper : public Env {
   bool RemoveDirectory(const std::string& path) override { return target_->RemoveDirectory(path); }
   bool ListDirectory(const std::string& dir, bool with_info, std::vector<DirEntry>* out) override {
     return target_->ListDirectory(dir, with_info, out);
+  }
+  void FillEntryInfo(const std::string& dir, DirEntry* entries, size_t count, bool* gone) override {
+    target_->FillEntryInfo(dir, entries, count, gone);
   }
   FileTime NowFileTime() override { return target_->NowFileTime(); }
   uint64_t TickCountMs() override { return target_->TickCountMs(); }

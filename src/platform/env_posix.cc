@@ -243,6 +243,23 @@ void AppendToFile(const std::string& path, const std::string& text) {
   ::close(fd);
 }
 
+// Fills an entry of the directory dfd from one stat of it, as a listing
+// gives it; false if it has gone.
+bool StatEntry(int dfd, bool with_info, DirEntry* entry) {
+  struct statx sx;
+  if (::statx(dfd, entry->name.c_str(), AT_SYMLINK_NOFOLLOW,
+              STATX_BASIC_STATS | (with_info ? STATX_BTIME : 0), &sx) != 0) {
+    return false;
+  }
+  entry->is_directory = S_ISDIR(sx.stx_mode);
+  entry->size = sx.stx_size;
+  entry->write_time = FileTimeFromUnixNanos(sx.stx_mtime.tv_sec, sx.stx_mtime.tv_nsec);
+  if (sx.stx_mask & STATX_BTIME) {
+    entry->creation_time = FileTimeFromUnixNanos(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec);
+  }
+  return true;
+}
+
 // The body of ReadFileWhole on an open descriptor; the share check comes
 // before the read, as an open with that share mode would make it.
 bool ReadOpenFile(int fd, ShareMode share, ReadBuffer* out, FileInfo* info) {
@@ -558,17 +575,7 @@ class PosixEnv final : public Env {
       DirEntry entry;
       entry.name = e->d_name;
       if (with_info || e->d_type == DT_UNKNOWN) {
-        struct statx sx;
-        if (::statx(dfd, e->d_name, AT_SYMLINK_NOFOLLOW,
-                    STATX_BASIC_STATS | (with_info ? STATX_BTIME : 0), &sx) != 0) {
-          continue;  // vanished between readdir and stat
-        }
-        entry.is_directory = S_ISDIR(sx.stx_mode);
-        entry.size = sx.stx_size;
-        entry.write_time = FileTimeFromUnixNanos(sx.stx_mtime.tv_sec, sx.stx_mtime.tv_nsec);
-        if (sx.stx_mask & STATX_BTIME) {
-          entry.creation_time = FileTimeFromUnixNanos(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec);
-        }
+        if (!StatEntry(dfd, with_info, &entry)) continue;  // vanished between readdir and stat
       } else {
         entry.is_directory = e->d_type == DT_DIR;
       }
@@ -576,6 +583,12 @@ class PosixEnv final : public Env {
     }
     ::closedir(d);
     return true;
+  }
+
+  void FillEntryInfo(const std::string& dir, DirEntry* entries, size_t count, bool* gone) override {
+    const int dfd = ::open(dir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    for (size_t i = 0; i < count; ++i) gone[i] = dfd < 0 || !StatEntry(dfd, true, &entries[i]);
+    if (dfd >= 0) ::close(dfd);
   }
 
   FileTime NowFileTime() override {

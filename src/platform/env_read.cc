@@ -1,5 +1,6 @@
-// Whole-file reads into a reused buffer, and the portable form of
-// Env::ReadFileWhole that any Env (fakes included) gets by default.
+// Whole-file reads into a reused buffer, and the portable forms of
+// Env::ReadFileWhole and Env::FillEntryInfo that any Env (fakes included)
+// gets by default.
 #include "platform/env.h"
 
 namespace qaaisp::platform {
@@ -39,6 +40,19 @@ bool Env::ReadFileWhole(const std::string& path, ShareMode share, ReadBuffer* ou
   info->size = static_cast<uint64_t>(size);
   info->write_time = write_time;
   return true;
+}
+
+void Env::FillEntryInfo(const std::string& dir, DirEntry* entries, size_t count, bool* gone) {
+  for (size_t i = 0; i < count; ++i) {
+    FileInfo info;
+    gone[i] = !Stat(dir == "/" ? "/" + entries[i].name : dir + "/" + entries[i].name, &info) ||
+              !info.exists;
+    if (gone[i]) continue;
+    entries[i].is_directory = info.is_directory;
+    entries[i].size = info.size;
+    entries[i].write_time = info.write_time;
+    entries[i].creation_time = info.creation_time;
+  }
 }
 
 }  // namespace qaaisp::platform
