@@ -75,7 +75,13 @@ bool SORTEDSTOREINDEXTYPE::InsertRow(Row* row, UidClash clash, bool append) {
   } else {
     // IDs a failed merge left behind go in first, so none is taken twice.
     if (!pending_ids_.empty()) EndBulkInsert();
-    auto by_id = by_id_.try_emplace(std::string(id), row);
+    // A rebuild brings its rows in name order: the end is then the place.
+    std::pair<ById::iterator, bool> by_id;
+    if (by_id_.empty() || by_id_.rbegin()->first < id) {
+      by_id = {by_id_.emplace_hint(by_id_.end(), std::string(id), row), true};
+    } else {
+      by_id = by_id_.try_emplace(std::string(id), row);
+    }
     if (!by_id.second) return false;
     if (!FileUnderUid(uid, row, clash)) {
       by_id_.erase(by_id.first);

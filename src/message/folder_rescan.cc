@@ -113,11 +113,10 @@ class InfoFill {
 
   explicit InfoFill(bool wanted) : wanted_(wanted) {}
 
-  // Called by the lister once listing is set or left empty.
-  void Listed(std::optional<FileIterator>* listing) {
-    if (*listing && wanted_) (*listing)->PrepareInfo();
+  // Called by the lister with its listing, prepared for the fill, or null.
+  void Listed(FileIterator* listing) {
     std::lock_guard<std::mutex> lock(mutex_);
-    listing_ = listing->has_value() ? &**listing : nullptr;
+    listing_ = listing;
     listed_ = true;
     ready_.notify_all();
   }
@@ -170,11 +169,12 @@ std::optional<FileIterator> LoadAndList(SORTEDSTOREINDEXTYPE* index, const std::
       lister = std::thread([&] {
         try {
           listing.emplace(pattern, FileIterator::kFilesAndDirectories, /*with_info=*/false);
+          if (with_info) listing->PrepareInfo();
         } catch (...) {
           // Listed again below, where a failure reaches the scan's caller.
           listing.reset();
         }
-        fill.Listed(&listing);
+        fill.Listed(listing ? &*listing : nullptr);
         if (!fill.Fill()) filled = false;
       });
     } catch (const std::system_error&) {
