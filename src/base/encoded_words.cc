@@ -5,6 +5,7 @@
 #include "base/base64.h"
 #include "base/charsets.h"
 #include "base/quoted_printable.h"
+#include "platform/iconv_charset.h"
 #include "platform/path_case.h"
 
 namespace qaaisp {
@@ -108,17 +109,41 @@ bool SplitWord(std::string_view text, size_t pos, std::string_view* charset, cha
   return true;
 }
 
+// Buffers a thread keeps from one word to the next, so that decoding costs
+// no allocation per word once they have grown. A buffer grown past
+// kKeptCapacity by a huge word is given back.
+struct WordScratch {
+  static constexpr size_t kKeptCapacity = 64 * 1024;
+
+  std::string bytes;    // a word's payload, decoded
+  std::u16string wide;  // the same converted
+
+  void Trim() {
+    if (bytes.capacity() > kKeptCapacity) std::string().swap(bytes);
+    if (wide.capacity() > kKeptCapacity) std::u16string().swap(wide);
+  }
+};
+
+WordScratch& Scratch() {
+  thread_local WordScratch scratch;
+  return scratch;
+}
+
 void DecodeOneWord(std::string_view charset, char encoding, std::string_view payload,
                    const WordDecodeOptions& options, std::u16string* out) {
   if (options.byte_mode == 0) {
     WidenBytes(payload, out);
     return;
   }
-  std::string bytes;
+  std::string& bytes = Scratch().bytes;
   if (encoding == 'B' || encoding == 'b') {
     if (!Base64DecodeToString(payload, &bytes)) bytes.assign(payload);
   } else {
-    bytes = QPDecode(payload, true);
+    // Never longer than the payload.
+    bytes.resize(payload.size());
+    size_t length = 0;
+    if (!QPDecode(payload, bytes.data(), bytes.size(), &length, true)) length = 0;
+    bytes.resize(length);
     // The last byte is left as it stands by the decoder; a word's "_" is
     // always a blank.
     if (!payload.empty() && payload.back() == '_' && !bytes.empty()) bytes.back() = ' ';
@@ -129,6 +154,7 @@ void DecodeOneWord(std::string_view charset, char encoding, std::string_view pay
     }
   }
   AppendWide(bytes, CodePageOfCharset(charset), out);
+  Scratch().Trim();
 }
 
 bool OnlyWhiteSpace(std::string_view text) {
@@ -146,12 +172,15 @@ void AppendWide(std::string_view bytes, uint32_t code_page, std::u16string* out)
     WidenBytes(bytes, out);
     return;
   }
-  std::u16string wide;
-  if (NarrowToWide(bytes, &wide, code_page) > 0) {
+  // As NarrowToWide, into a buffer that is kept.
+  std::u16string& wide = Scratch().wide;
+  wide.clear();
+  if (platform::DecodeToUtf16(code_page, bytes, &wide) && !wide.empty()) {
     out->append(wide);
   } else {
     WidenBytes(bytes, out);
   }
+  Scratch().Trim();
 }
 
 int WrapQuotedWord(std::string_view text, std::string* out) {

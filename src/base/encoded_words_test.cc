@@ -70,6 +70,22 @@ TEST(DecodeWordsTest, UnknownCharsetGivesRawBytesAndModes) {
   EXPECT_EQ(Decode("\xC3\xA9", bytes), (std::u16string{0xC3, 0xA9}));
 }
 
+// Words are decoded through buffers kept from one word to the next: a
+// short word after a long one, in another charset and encoding, must not
+// keep anything of it.
+TEST(DecodeWordsTest, WordsAfterLongerWordsKeepNothingOfThem) {
+  const std::string long_text(200, 'a');
+  EXPECT_EQ(Decode("=?utf-8?Q?" + long_text + "=C3=A9?= =?iso-8859-1?Q?b?= =?utf-8?B?Yw==?="),
+            std::u16string(200, u'a') + u"\u00e9 b c");
+  EXPECT_EQ(Decode("=?koi8-r?B?8cHC?="), u"\u042f\u0430\u0431");
+  // Empty words, their literals split where a trigraph would stand.
+  EXPECT_EQ(Decode("=?utf-8?Q?"
+                   "?= x =?utf-8?B?"
+                   "?="),
+            u" x ");
+  EXPECT_EQ(Decode("=?iso-8859-1?Q?=E9_?="), u"\u00e9 ");
+}
+
 TEST(DecodeWordsTest, AdjacentWordsJoinOnlyWhenAsked) {
   const char* text = "=?utf-8?Q?ab?= =?utf-8?Q?cd?=  x =?utf-8?Q?ef?=";
   EXPECT_EQ(Decode(text), u"ab cd  x ef");

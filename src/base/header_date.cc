@@ -25,6 +25,14 @@ struct HeaderFields {
   char minute[kFieldSize] = {};
   char second[kFieldSize] = {};
   char zone[kFieldSize] = {};
+  // The usual form's numeric fields, all digits, read as they are cut;
+  // valid when numbers_read.
+  bool numbers_read = false;
+  int32_t day_number = 0;
+  int32_t year_number = 0;
+  int32_t hour_number = 0;
+  int32_t minute_number = 0;
+  int32_t second_number = 0;
 };
 
 // Copies text into out as snprintf("%s") would: cut to out_size - 1 bytes
@@ -124,6 +132,12 @@ bool CutUsualFields(const char* date, HeaderFields* f) {
     p += n + 1;
     return true;
   };
+  // A field of at most four digits, as LeadingDecimal reads it.
+  const auto number = [](const char* field) {
+    int32_t value = 0;
+    for (; *field != '\0'; ++field) value = value * 10 + (*field - '0');
+    return value;
+  };
   if (!take(f->day, 1, 2, digit, ' ') || !take(f->month, 3, 3, letter, ' ') ||
       !take(f->year, 2, 4, digit, ' ') || !take(f->hour, 1, 2, digit, ':') ||
       !take(f->minute, 2, 2, digit, ':') || !take(f->second, 2, 2, digit, ' ')) {
@@ -135,15 +149,24 @@ bool CutUsualFields(const char* date, HeaderFields* f) {
       std::min(blank != nullptr ? static_cast<size_t>(blank - p) : std::strlen(p), kFieldSize - 1);
   std::memcpy(f->zone, p, n);
   f->zone[n] = '\0';
+  f->day_number = number(f->day);
+  f->year_number = number(f->year);
+  f->hour_number = number(f->hour);
+  f->minute_number = number(f->minute);
+  f->second_number = number(f->second);
+  f->numbers_read = true;
   return true;
 }
 
-// Month names "Jan" to "Nov" are 0 to 10; anything else, December.
+// Month names "Jan" to "Nov", in any case, are 0 to 10; anything else,
+// December. Compared three letters at a time: every date passes here.
 int32_t MonthIndex(const char* name) {
-  static constexpr const char* kNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                           "Jul", "Aug", "Sep", "Oct", "Nov"};
+  static constexpr char kNames[] = "janfebmaraprmayjunjulaugsepoctnov";
+  if (name[0] == '\0' || name[1] == '\0' || name[2] == '\0' || name[3] != '\0') return 11;
+  const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; };
+  const char folded[3] = {lower(name[0]), lower(name[1]), lower(name[2])};
   for (int32_t i = 0; i < 11; ++i) {
-    if (platform::EqualsNoCase(name, kNames[i])) return i;
+    if (std::memcmp(folded, kNames + 3 * i, 3) == 0) return i;
   }
   return 11;
 }
@@ -158,16 +181,17 @@ void NormaliseHeaderDate(const char* date, char* out, size_t out_size) {
     if (!CutFields(date, &f)) return;
   }
 
-  int32_t year = LeadingDecimal(f.year);
+  const bool read = f.numbers_read;
+  int32_t year = read ? f.year_number : LeadingDecimal(f.year);
   // Two-digit years are always this century's: "99" is 2099.
   if (year < 1901) year += 2000;
-  int32_t second = LeadingDecimal(f.second);
+  int32_t second = read ? f.second_number : LeadingDecimal(f.second);
   if (second >= 60) second = 0;
-  int32_t minute = LeadingDecimal(f.minute);
+  int32_t minute = read ? f.minute_number : LeadingDecimal(f.minute);
   if (minute < 0 || minute > 59) minute = 0;
-  int32_t hour = LeadingDecimal(f.hour);
+  int32_t hour = read ? f.hour_number : LeadingDecimal(f.hour);
   if (hour < 0 || hour > 24) hour = 0;
-  int32_t day = LeadingDecimal(f.day);
+  int32_t day = read ? f.day_number : LeadingDecimal(f.day);
   if (day < 1 || day > 31) day = 1;
   const int32_t month = MonthIndex(f.month);
 

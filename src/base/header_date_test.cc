@@ -58,6 +58,15 @@ TEST_F(HeaderDateTest, RepairsYearsMonthsAndFields) {
   EXPECT_EQ(Normal("Mon, 32 Jan 2006 25:61:60 GMT"), "2006-01-01T00:00:00");
   EXPECT_EQ(Normal("Mon, 2 Jan 2006 24:00:00 GMT"), "2006-01-03T00:00:00");
   EXPECT_EQ(Normal("Mon, 31 Feb 2006 10:00:00 GMT"), "2006-03-03T10:00:00");
+  // Month names in any case; anything not three letters long is December.
+  const char* const months[] = {"jan", "FEB", "Mar", "aPr", "may", "JUN",
+                                "jul", "Aug", "sep", "OCT", "nov", "dec"};
+  for (int i = 0; i < 12; ++i) {
+    char want[32];
+    std::snprintf(want, sizeof want, "2006-%02d-02T10:00:00", i + 1);
+    EXPECT_EQ(Normal(std::string("2 ") + months[i] + " 2006 10:00:00 GMT"), want) << months[i];
+  }
+  EXPECT_EQ(Normal("Sat, 2 Ja 2006 10:00:00 GMT"), "2006-12-02T10:00:00");
 }
 
 TEST_F(HeaderDateTest, FallbackFormForDatesTheClockCannotHold) {

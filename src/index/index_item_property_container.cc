@@ -42,20 +42,24 @@ int32_t TextToInteger(std::string_view text) {
   return static_cast<int32_t>(negative ? 0u - value : value);
 }
 
+// No room until the first value: a row built in bulk reserves all its
+// slots at once, and a block taken now would only be moved.
 IndexItemPropertyContainer::IndexItemPropertyContainer()
-    : slots_(kInitialSlots, kSlotGrowth, Array<PropertySlot>::kAdditive) {}
+    : slots_(0, kSlotGrowth, Array<PropertySlot>::kAdditive) {}
 
 IndexItemPropertyContainer::IndexItemPropertyContainer(uint32_t initial_slots)
     : slots_(initial_slots > kInitialSlots ? initial_slots : kInitialSlots, kSlotGrowth,
              Array<PropertySlot>::kAdditive) {}
 
 IndexItemPropertyContainer::~IndexItemPropertyContainer() {
-  if (slots_.empty()) return;
-  if (local_map_ && local_map_->size() >= slots_.size()) {
-    FreeTexts(*local_map_);
-  } else {
-    FreeTexts(TypeMapFor(nullptr, 0));
+  if (!slots_.empty()) {
+    if (local_map_ && local_map_->size() >= slots_.size()) {
+      FreeTexts(*local_map_);
+    } else {
+      FreeTexts(TypeMapFor(nullptr, 0));
+    }
   }
+  std::free(text_block_);
 }
 
 void IndexItemPropertyContainer::FreeTexts(const PropertyMap& map) {
@@ -126,6 +130,43 @@ void IndexItemPropertyContainer::SetTextAt(PropertyKey key, std::string_view val
     slot.integer = TextToInteger(value);
   }
   if (mark_modified) MarkModified();
+}
+
+void IndexItemPropertyContainer::SetTextsAt(std::span<const TextAt> texts, bool mark_modified) {
+  size_t bytes = 0;
+  for (const TextAt& t : texts) {
+    if (!t.key.valid() || t.key.type != kPropertyText || t.value.empty()) continue;
+    if (t.value.size() > TextRecord::kMaxLength) throw std::bad_alloc();
+    bytes += TextRecord::BlockBytes(t.value.size());
+  }
+  if (text_block_ || bytes == 0) {
+    for (const TextAt& t : texts) SetTextAt(t.key, t.value, true, mark_modified);
+    return;
+  }
+  // Taken before any slot changes, so a failed allocation keeps every old
+  // value.
+  for (const TextAt& t : texts) {
+    if (t.key.valid()) EnsureSlot(t.key.slot);
+  }
+  char* at = static_cast<char*>(std::malloc(bytes));
+  if (!at) throw std::bad_alloc();
+  text_block_ = at;
+  for (const TextAt& t : texts) {
+    if (!t.key.valid()) continue;
+    PropertySlot& slot = slots_.data()[t.key.slot];
+    if (t.key.type == kPropertyText) {
+      TextRecord* record = nullptr;
+      if (!t.value.empty()) {
+        record = TextRecord::MakeAt(at, t.value);
+        at += TextRecord::BlockBytes(t.value.size());
+      }
+      if (slot.text) TextRecord::Free(slot.text);
+      slot.text = record;
+    } else {
+      slot.integer = TextToInteger(t.value);
+    }
+    if (mark_modified) MarkModified();
+  }
 }
 
 void IndexItemPropertyContainer::LoadValueAt(PropertyKey key, std::string_view value,
@@ -267,6 +308,8 @@ void IndexItemPropertyContainer::ResetKeepingKeys() {
   uint32_t uid_before = Uid();
   FreeTexts(TypeMapFor(local_map_, slots_.size()));
   slots_.Resize(0);
+  std::free(text_block_);
+  text_block_ = nullptr;
   // Marked by the UID it had: with the slots gone, the row would read as
   // UID 0 and wipe the table's record of earlier changes.
   if (owner_) owner_->NoteModified(uid_before);

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -75,6 +76,15 @@ class IndexItemPropertyContainer {
   std::string_view TextViewAt(PropertyKey key) const;
   int32_t GetIntegerAt(PropertyKey key) const;
   void SetTextAt(PropertyKey key, std::string_view value, bool force, bool mark_modified = true);
+  struct TextAt {
+    PropertyKey key;
+    std::string_view value;
+  };
+  // Stores each text in turn as SetTextAt with force would, but makes the
+  // records of all of them in one block, which the row keeps until it is
+  // destroyed or reset: a row built whole costs one allocation rather than
+  // one per value. A row that has such a block already stores one by one.
+  void SetTextsAt(std::span<const TextAt> texts, bool mark_modified = true);
   void SetIntegerAt(PropertyKey key, int32_t value, bool mark_modified = true);
   // A value read from a file: stored as SetTextAt without force and
   // without marking the row, its record made in the pool of the table the
@@ -115,6 +125,7 @@ class IndexItemPropertyContainer {
 
   SORTEDSTOREINDEXTYPE* owner_ = nullptr;
   Array<PropertySlot> slots_;
+  void* text_block_ = nullptr;  // the records SetTextsAt made, all in one
   PropertyMap* local_map_ = nullptr;
 };
 

@@ -25,6 +25,15 @@ TextRecord* TextRecord::Make(std::string_view value) {
   return Fill(block, value, 0);
 }
 
+size_t TextRecord::BlockBytes(size_t length) {
+  constexpr size_t kAlign = alignof(TextRecord);
+  return (RecordBytes(length) + kAlign - 1) & ~(kAlign - 1);
+}
+
+TextRecord* TextRecord::MakeAt(void* block, std::string_view value) {
+  return Fill(block, value, kPooled);
+}
+
 void TextRecord::Free(TextRecord* record) {
   if (record && !record->pooled()) std::free(record);
 }
@@ -32,8 +41,7 @@ void TextRecord::Free(TextRecord* record) {
 TextRecord* TextPool::Make(std::string_view value) {
   if (value.size() > TextRecord::kMaxLength) throw std::bad_alloc();
   // Records stay aligned for their length field.
-  constexpr size_t kAlign = alignof(TextRecord);
-  const size_t need = (RecordBytes(value.size()) + kAlign - 1) & ~(kAlign - 1);
+  const size_t need = TextRecord::BlockBytes(value.size());
   if (need > left_) {
     // A value larger than a block gets a block of its own size; what was
     // left of the current block is given up.
@@ -43,7 +51,7 @@ TextRecord* TextPool::Make(std::string_view value) {
     next_ = blocks_.back().get();
     left_ = size;
   }
-  TextRecord* record = Fill(next_, value, TextRecord::kPooled);
+  TextRecord* record = TextRecord::MakeAt(next_, value);
   next_ += need;
   left_ -= need;
   return record;

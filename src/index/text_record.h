@@ -26,6 +26,12 @@ struct TextRecord {
 
   // A heap record; raises bad_alloc when the value cannot be held.
   static TextRecord* Make(std::string_view value);
+  // The room a record of length takes among others in one block, rounded
+  // up so that the next one stays aligned.
+  static size_t BlockBytes(size_t length);
+  // A record placed at block, whose owner frees the block: the record is
+  // marked pooled, so Free leaves it.
+  static TextRecord* MakeAt(void* block, std::string_view value);
   // Frees a heap record; a pooled record goes with its pool.
   static void Free(TextRecord* record);
 };

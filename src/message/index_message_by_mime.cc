@@ -31,7 +31,9 @@ struct MimeScratch {
   platform::ReadBuffer file;
   std::u16string wide;
   std::string value;
+  std::string joined;  // a subject whose words are joined
   std::string content_type;
+  LeafWalkBuffers walk;
 
   void Trim() {
     if (file.capacity() > kKeptCapacity) file.Release();
@@ -173,19 +175,19 @@ bool IsAsciiText(std::string_view text) {
   return true;
 }
 
-void DecodeValue(std::string_view raw, MimeScratch* scratch) {
-  if (IsAsciiText(raw) && raw.find("=?") == std::string_view::npos) {
-    scratch->value.assign(raw);
-    return;
-  }
+// A plain value is its own decoding and is given back as it stands; any
+// other is decoded into scratch->value.
+std::string_view DecodeValue(std::string_view raw, MimeScratch* scratch) {
+  if (IsAsciiText(raw) && raw.find("=?") == std::string_view::npos) return raw;
   WordDecodeOptions decode;
   decode.join_adjacent = true;
   DecodeWords(raw, &scratch->wide, decode);
   ToUtf8(scratch->wide, &scratch->value);
+  return scratch->value;
 }
 
-void ApplyField(Field field, std::string& value, MessageHeaderInfo* info,
-                std::string* content_type) {
+void ApplyField(Field field, std::string_view value, MessageHeaderInfo* info,
+                MimeScratch* scratch) {
   switch (field) {
     case Field::kTo:
       info->To = value;
@@ -194,7 +196,12 @@ void ApplyField(Field field, std::string& value, MessageHeaderInfo* info,
       info->Thread = value;
       return;
     case Field::kSubject:
-      JoinEncodedWords(&value);
+      // Only a value that still holds a word's end has words to join.
+      if (value.find("?=") != std::string_view::npos) {
+        scratch->joined.assign(value);
+        JoinEncodedWords(&scratch->joined);
+        value = scratch->joined;
+      }
       SetBounded(&info->Subject, value, kSubjectFieldSize);
       return;
     case Field::kSender:
@@ -204,7 +211,7 @@ void ApplyField(Field field, std::string& value, MessageHeaderInfo* info,
       info->Cc = value;
       return;
     case Field::kContentType:
-      *content_type = value;
+      scratch->content_type = value;
       return;
     case Field::kReplyTo:
       SetBounded(&info->ReplyTo, value, kReplyToFieldSize);
@@ -212,9 +219,7 @@ void ApplyField(Field field, std::string& value, MessageHeaderInfo* info,
     case Field::kReceived: {
       // The first Received header is the newest hop; its date follows "; ".
       const size_t at = value.find("; ");
-      if (at != std::string::npos) {
-        NormaliseDateInto(std::string_view(value).substr(at + 2), &info->Received);
-      }
+      if (at != std::string_view::npos) NormaliseDateInto(value.substr(at + 2), &info->Received);
       return;
     }
     case Field::kKeywords:
@@ -313,23 +318,30 @@ int IndexMessageByMime(const std::string& path, MessageHeaderInfo* info, bool /*
   scratch.content_type.clear();
   HeaderFieldReader fields(header);
   std::string_view name;
+  // The walk below reads the top header's part fields where this loop
+  // found them.
+  KnownTopHeader top;
+  if (!normalised) top.blank = blank;
   // Only the values of the fields kept are put together.
   while (fields.NextName(&name)) {
+    if (mime::LowerAscii(name[0]) == 'c') NoteTopField(header, name, &top);
     const Field field = Classify(name);
     if (field == Field::kNone) continue;
     // Only the first Received that carries a date counts.
     if (field == Field::kReceived && !info->Received.empty()) continue;
     // A List-Unsubscribe counts by being there.
-    if (field != Field::kListUnsubscribe) DecodeValue(fields.Value(), &scratch);
-    ApplyField(field, scratch.value, info, &scratch.content_type);
+    const std::string_view value = field == Field::kListUnsubscribe
+                                       ? std::string_view()
+                                       : DecodeValue(fields.Value(), &scratch);
+    ApplyField(field, value, info, &scratch);
   }
   if (info->From.empty()) info->From = kUnknownSender;
   if (info->Received.empty()) info->Received = info->MessageDate;
 
   if (!scratch.content_type.empty()) ApplyCalendarClass(scratch.content_type, body, info);
   LeafFacts facts(info);
-  // The walk need not look for the top header's end again.
-  WalkMessageLeaves(message, &facts, normalised ? std::string_view::npos : blank);
+  top.fields_known = !normalised && !fields.stopped_at_empty_line();
+  WalkMessageLeaves(message, &facts, top, &scratch.walk);
   scratch.Trim();
   return 1;
 }

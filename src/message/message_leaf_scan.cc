@@ -1,5 +1,7 @@
 #include "message/message_leaf_scan.h"
 
+#include <memory>
+
 #include "mime/mime_header.h"
 #include "mime/mime_text.h"
 
@@ -7,6 +9,43 @@ namespace qaaisp {
 namespace {
 
 constexpr std::string_view kDefaultType = "text/plain";
+
+// The fields the walk reads from a part's header, in the order of
+// KnownTopHeader::fields.
+constexpr std::string_view kPartFieldNames[3] = {"Content-Type", "Content-Disposition",
+                                                 "Content-ID"};
+
+// The header of a part at the start of text, read in one pass over its
+// lines: gives the offset of the first "\r\n\r\n" (npos where there is
+// none) and fills at with what FindHeaderFields would find of the part
+// fields in the header before it. A line start is 0 or behind a CRLF; two
+// CRLFs in a row are the blank line.
+size_t ScanPartHeader(std::string_view text, size_t* at) {
+  for (size_t i = 0; i < 3; ++i) at[i] = std::string_view::npos;
+  size_t missing = 3;
+  size_t previous = std::string_view::npos;  // the last CRLF passed
+  size_t pos = 0;
+  while (true) {
+    // A match needs the name and its colon inside the line, so one in the
+    // blank line or past it is impossible.
+    if (missing > 0 && text.size() - pos > 8 &&
+        mime::StartsWithNoCase(text.substr(pos), "content-")) {
+      for (size_t i = 0; i < 3; ++i) {
+        const std::string_view name = kPartFieldNames[i];
+        if (at[i] == std::string_view::npos && text.size() - pos > name.size() &&
+            text[pos + name.size()] == ':' && mime::StartsWithNoCase(text.substr(pos), name)) {
+          at[i] = pos + name.size() + 1;
+          --missing;
+        }
+      }
+    }
+    const size_t crlf = mime::Find(text, "\r\n", pos);
+    if (crlf == std::string_view::npos) return std::string_view::npos;
+    if (previous != std::string_view::npos && crlf == previous + 2) return previous;
+    previous = crlf;
+    pos = crlf + 2;
+  }
+}
 
 std::string_view BeforeSemicolon(std::string_view value) {
   const size_t semi = value.find(';');
@@ -27,22 +66,34 @@ struct PartFields {
   bool has_content_id = false;
 
   // Reads the header at the start of text; *body is the offset behind its
-  // blank line, which known_blank gives where the caller has found it
-  // already. False, as ReadPartHeader gives, where there is none.
-  bool Read(std::string_view text, size_t* body, size_t known_blank = std::string_view::npos) {
-    const size_t blank =
-        known_blank != std::string_view::npos ? known_blank : mime::Find(text, "\r\n\r\n");
-    if (blank == std::string_view::npos) return false;
+  // blank line. known, for the top header, says what the caller has found
+  // of it already. False, as ReadPartHeader gives, where there is no blank
+  // line.
+  bool Read(std::string_view text, size_t* body, const KnownTopHeader* known) {
+    size_t found[3];
+    const size_t* at = found;
+    size_t blank;
+    if (known && known->blank != std::string_view::npos) {
+      blank = known->blank;
+      header = text.substr(0, blank);
+      if (known->fields_known) {
+        at = known->fields;
+      } else {
+        FindHeaderFields(header, {kPartFieldNames[0], kPartFieldNames[1], kPartFieldNames[2]},
+                         found);
+      }
+    } else {
+      blank = ScanPartHeader(text, found);
+      if (blank == std::string_view::npos) return false;
+      header = text.substr(0, blank);
+    }
     *body = blank + 4;
-    header = text.substr(0, blank);
-    size_t at[3];
-    FindHeaderFields(header, {"Content-Type", "Content-Disposition", "Content-ID"}, at);
     type_value.clear();
     if (at[0] != std::string_view::npos) HeaderValueAt(header, at[0], &type_value);
     content_type = BeforeSemicolon(type_value);
     if (content_type.empty()) content_type = kDefaultType;
+    // Read by the walk, and only where it is used.
     boundary.clear();
-    GetParameter(type_value, "boundary", &boundary);
     disposition = {};
     if (at[1] != std::string_view::npos) {
       HeaderValueAt(header, at[1], &disposition_value);
@@ -62,39 +113,64 @@ struct PartFields {
   void Headerless() {
     header = {};
     content_type = kDefaultType;
+    type_value.clear();
     disposition = {};
     boundary.clear();
     has_content_id = false;
   }
+
+  // The boundary parameter, which only a container and the top part use.
+  void ReadBoundary() { GetParameter(type_value, "boundary", &boundary); }
 };
+
+}  // namespace
+
+// What one level of the walk fills: its parts' fields and its delimiters.
+struct LeafWalkLevel {
+  PartFields part;
+  std::string delimiter;
+  std::string line_delimiter;
+};
+
+LeafWalkBuffers::LeafWalkBuffers() = default;
+LeafWalkBuffers::~LeafWalkBuffers() = default;
+
+namespace {
 
 class LeafWalk {
  public:
-  LeafWalk(std::string_view text, LeafVisitor* visitor, size_t top_blank)
-      : text_(text), visitor_(visitor), top_blank_(top_blank) {}
+  LeafWalk(std::string_view text, LeafVisitor* visitor, const KnownTopHeader& top,
+           std::vector<std::unique_ptr<LeafWalkLevel>>* levels)
+      : text_(text), visitor_(visitor), top_(top), levels_(levels) {}
 
   // One level below the container with parent_boundary (or the top when it
   // is null), from *cursor.
   int Level(size_t* cursor, const std::string* parent_boundary, int depth) {
-    std::string delimiter;
-    std::string line_delimiter;
+    if (parent_boundary && depth > kMaxMultipartDepth) return 0;
+    // Every field is set before it is read, so a level's buffers serve the
+    // same depth of the next message as they are.
+    const size_t index = static_cast<size_t>(depth);
+    while (levels_->size() <= index) levels_->push_back(std::make_unique<LeafWalkLevel>());
+    LeafWalkLevel& level = *(*levels_)[index];
+    std::string& delimiter = level.delimiter;
+    std::string& line_delimiter = level.line_delimiter;
     if (parent_boundary) {
-      if (depth > kMaxMultipartDepth) return 0;
-      delimiter = "--" + *parent_boundary;
-      line_delimiter = "\r\n" + delimiter;
+      delimiter.assign("--").append(*parent_boundary);
+      line_delimiter.assign("\r\n").append(delimiter);
       const size_t at = mime::Find(text_, delimiter, *cursor);
       if (at == std::string_view::npos) return 0;
       *cursor = mime::NextLine(text_, at + delimiter.size());
     }
-    PartFields part;
+    PartFields& part = level.part;
     while (true) {
       if (*cursor < text_.size() && text_[*cursor] == '\r') {
         part.Headerless();
         *cursor = mime::NextLine(text_, *cursor);
       } else {
         size_t body = 0;
-        const size_t known = parent_boundary ? std::string_view::npos : top_blank_;
-        if (!part.Read(text_.substr(*cursor), &body, known)) return 0;
+        if (!part.Read(text_.substr(*cursor), &body, parent_boundary ? nullptr : &top_)) {
+          return 0;
+        }
         *cursor += body;
       }
       LeafView leaf;
@@ -103,6 +179,7 @@ class LeafWalk {
       leaf.disposition = part.disposition;
       const bool container =
           mime::FindNoCase(part.content_type, "multipart/") != std::string_view::npos;
+      if (container || !parent_boundary) part.ReadBoundary();
       if (container) {
         nested_ = true;
         ++counter_;
@@ -150,7 +227,8 @@ class LeafWalk {
 
   std::string_view text_;
   LeafVisitor* visitor_;
-  size_t top_blank_;
+  const KnownTopHeader& top_;
+  std::vector<std::unique_ptr<LeafWalkLevel>>* levels_;
   size_t leaves_ = 0;
   int counter_ = 0;
   bool nested_ = false;
@@ -171,9 +249,27 @@ class Collector : public LeafVisitor {
 
 }  // namespace
 
-int WalkMessageLeaves(std::string_view message, LeafVisitor* visitor, size_t top_blank) {
+void NoteTopField(std::string_view header, std::string_view name, KnownTopHeader* top) {
+  // FindHeaderFields only matches a name at the start of the header or
+  // behind a CRLF, with its colon right behind it; the reader also starts
+  // lines behind a bare LF and allows blanks before the colon.
+  const size_t at = static_cast<size_t>(name.data() - header.data());
+  const size_t colon = at + name.size();
+  if (colon >= header.size() || header[colon] != ':') return;
+  if (at != 0 && (at < 2 || header[at - 2] != '\r' || header[at - 1] != '\n')) return;
+  for (size_t i = 0; i < 3; ++i) {
+    if (top->fields[i] == std::string_view::npos && mime::EqualsNoCase(name, kPartFieldNames[i])) {
+      top->fields[i] = colon + 1;
+    }
+  }
+}
+
+int WalkMessageLeaves(std::string_view message, LeafVisitor* visitor, const KnownTopHeader& top,
+                      LeafWalkBuffers* buffers) {
+  LeafWalkBuffers own;
+  if (!buffers) buffers = &own;
   size_t cursor = 0;
-  return LeafWalk(message, visitor, top_blank).Level(&cursor, nullptr, 0);
+  return LeafWalk(message, visitor, top, &buffers->levels_).Level(&cursor, nullptr, 0);
 }
 
 int ScanMessageLeaves(std::string_view message, std::vector<MessageLeaf>* leaves) {

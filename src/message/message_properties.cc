@@ -1,6 +1,7 @@
 #include "message/message_properties.h"
 
 #include <algorithm>
+#include <array>
 #include <initializer_list>
 
 #include "index/index_item.h"
@@ -18,6 +19,9 @@ struct MessageKeys {
   PropertyKey id, uid, message_date, modified_date, importance, flag_status, attachments, from, to,
       cc, subject, received, read, state, message_class, categories, attributes, thread, size,
       message_id;
+  // Not set here: the table numbers every row it takes, and counting the
+  // slot in lets a row grow to its full size at once.
+  PropertyKey seq;
   uint32_t slot_count = 0;
 };
 
@@ -45,6 +49,7 @@ const MessageKeys& Keys() {
         {&k.thread, "THREAD"},
         {&k.size, "SIZE"},
         {&k.message_id, "MSGID"},
+        {&k.seq, "SEQ"},
     };
     for (const auto& [key, name] : names) {
       *key = LookupProperty(name, nullptr);
@@ -56,7 +61,8 @@ const MessageKeys& Keys() {
 }
 
 // Every value is stored with force, so that a refresh clears what the file
-// no longer says.
+// no longer says. Texts are held back and stored together by Flush, so that
+// their records take one allocation; integers are stored at once.
 class RowWriter {
  public:
   explicit RowWriter(IndexItem* row) : row_(row->container()) {
@@ -64,7 +70,14 @@ class RowWriter {
   }
   explicit operator bool() const { return row_ != nullptr; }
 
-  void Text(PropertyKey key, std::string_view value) { row_->SetTextAt(key, value, true); }
+  void Text(PropertyKey key, std::string_view value) {
+    if (held_ == kMaxHeld) Flush();
+    texts_[held_++] = {key, value};
+  }
+  void Flush() {
+    row_->SetTextsAt(std::span(texts_.data(), held_));
+    held_ = 0;
+  }
   void Integer(PropertyKey key, int64_t value) {
     row_->SetIntegerAt(key, static_cast<int32_t>(value));
   }
@@ -81,7 +94,11 @@ class RowWriter {
   }
 
  private:
+  static constexpr size_t kMaxHeld = 16;
+
   IndexItemPropertyContainer* row_;
+  std::array<IndexItemPropertyContainer::TextAt, kMaxHeld> texts_;
+  size_t held_ = 0;
 };
 
 // A message with no flags at all is recent, whatever its read state;
@@ -114,7 +131,10 @@ void SetMessageProperties(IndexItem* row, MessageHeaderInfo* info, bool keys_onl
   const MessageKeys& k = Keys();
   w.Text(k.id, info->FileName);
   w.Integer(k.uid, info->Uid);
-  if (keys_only) return;
+  if (keys_only) {
+    w.Flush();
+    return;
+  }
   w.Text(k.message_date, info->MessageDate);
   w.Integer(k.modified_date, info->ModifiedDate);
   w.Integer(k.importance, info->Importance);
@@ -125,6 +145,7 @@ void SetMessageProperties(IndexItem* row, MessageHeaderInfo* info, bool keys_onl
   w.TextIfAny(k.thread, info->Thread);
   w.Integer(k.size, info->Size);
   w.MessageIdIfKept(info->MessageId);
+  w.Flush();
 }
 
 void UpdateMessageProperties(IndexItem* row, MessageHeaderInfo* info) {
@@ -140,6 +161,7 @@ void UpdateMessageProperties(IndexItem* row, MessageHeaderInfo* info) {
   w.TextIfAny(k.thread, info->Thread);
   w.TextIfAny(k.attributes, info->Attributes);
   w.MessageIdIfKept(info->MessageId);
+  w.Flush();
 }
 
 void UpdateMessageSummaryProperties(IndexItem* row, const MessageHeaderInfo& info) {
@@ -154,6 +176,7 @@ void UpdateMessageSummaryProperties(IndexItem* row, const MessageHeaderInfo& inf
   w.Integer(k.read, info.Read);
   w.Integer(k.size, info.Size);
   w.MessageIdIfKept(info.MessageId);
+  w.Flush();
 }
 
 int ReindexMessage(IndexItem* row, const std::string& folder, const platform::DirEntry& entry,

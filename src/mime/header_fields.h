@@ -39,10 +39,14 @@ class HeaderFieldReader {
   // for is never put together.
   bool NextName(std::string_view* name);
   std::string_view Value();
+  // Whether the fields ended at an empty line rather than at the end of
+  // the text.
+  bool stopped_at_empty_line() const { return stopped_at_empty_line_; }
 
  private:
   std::string_view header_;
   size_t pos_ = 0;
+  bool stopped_at_empty_line_ = false;
   std::string_view first_line_;  // the field's value on its name's line
   bool value_pending_ = false;   // continuation lines not yet passed
   std::string joined_;           // a folded value, put together

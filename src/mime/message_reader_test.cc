@@ -85,6 +85,19 @@ TEST(GetParameterTest, QuotedTokensAndExactNames) {
   EXPECT_EQ(value, "=_x");
   EXPECT_FALSE(GetParameter(text, "file", &value));
   EXPECT_FALSE(GetParameter("name=x", "name", &value));  // no ";": no parameters
+  // Quoted values without an escape are taken whole, the others byte by
+  // byte; both end at the closing quote or the end of the text.
+  const std::pair<const char*, const char*> quoted[] = {
+      {"x; b=\"----=_Part_12_345.678\"; c=1", "----=_Part_12_345.678"},
+      {"x; b=\"\"", ""},
+      {"x; b=\"unclosed", "unclosed"},
+      {"x; b=\"long-prefix\\\"q\\\\\"", "long-prefix\"q\\"},
+      {"x; b=\"ends in\\", "ends in\\"},
+  };
+  for (const auto& [parameters, want] : quoted) {
+    EXPECT_TRUE(GetParameter(parameters, "b", &value)) << parameters;
+    EXPECT_EQ(value, want) << parameters;
+  }
 }
 
 TEST(ReadPartHeaderTest, FieldsAndFileNames) {

@@ -47,6 +47,13 @@ std::string_view BeforeSemicolon(std::string_view value) {
 void ReadParameterValue(std::string_view text, size_t pos, std::string* value) {
   value->clear();
   if (pos < text.size() && text[pos] == '"') {
+    // Most quoted values, boundaries above all, hold no escape: taken whole.
+    size_t end = pos + 1;
+    while (end < text.size() && text[end] != '"' && text[end] != '\\') ++end;
+    if (end == text.size() || text[end] == '"') {
+      value->assign(text.substr(pos + 1, end - pos - 1));
+      return;
+    }
     for (++pos; pos < text.size() && text[pos] != '"'; ++pos) {
       if (text[pos] == '\\' && pos + 1 < text.size()) ++pos;
       value->push_back(text[pos]);
