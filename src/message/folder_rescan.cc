@@ -150,10 +150,11 @@ class InfoFill {
 
 // Loads the index file and lists the folder's ".MAI" entries. Sizes and
 // times are needed only to compare files with rows, so a folder with no
-// rows is listed without them. Where helper threads may be used, the
-// listing is taken on one while the index loads; it then has sizes and
-// times whenever there is an index file, since its rows are not known yet,
-// and the scan's thread helps to stat the entries once its load is done.
+// rows is listed without them. Where helper threads may be used and there
+// is an index file, the listing is taken on one while the index loads; it
+// then has sizes and times, since the rows are not known yet, and the
+// scan's thread helps to stat the entries once its load is done. With no
+// file there is nothing to wait for, and the scan's thread lists alone.
 std::optional<FileIterator> LoadAndList(SORTEDSTOREINDEXTYPE* index, const std::string& folder,
                                         bool report_failures, bool* index_existed) {
   const std::string pattern = folder + "/*.MAI";
@@ -164,7 +165,7 @@ std::optional<FileIterator> LoadAndList(SORTEDSTOREINDEXTYPE* index, const std::
   const bool with_info = exists || !index->by_id().empty();
   InfoFill fill(with_info);
   std::atomic<bool> filled{true};
-  if (ParseAhead::HelperCount() > 0) {
+  if (exists && ParseAhead::HelperCount() > 0) {
     try {
       lister = std::thread([&] {
         try {
