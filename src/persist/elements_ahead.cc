@@ -40,12 +40,12 @@ std::string_view ElementsAhead::Take(size_t i) {
     // Blocks left behind are written: the helper's give up their places.
     for (size_t passed = writing_; passed < block; ++passed) {
       Block& left = HeldFor(passed);
-      if (passed % 2 == 1 && left.block == passed) left.done = false;
+      if (HelpersBlock(passed) && left.block == passed) left.done = false;
     }
     writing_ = block;
     room_.notify_one();
   }
-  if (block % 2 == 0 || !helper_.joinable()) return {};
+  if (!HelpersBlock(block) || !helper_.joinable()) return {};
   Block& held = HeldFor(block);
   filled_.wait(lock, [&] { return failed_ || (held.done && held.block == block); });
   if (!held.done || held.block != block) return {};
@@ -57,7 +57,8 @@ std::string_view ElementsAhead::Take(size_t i) {
 void ElementsAhead::Help() {
   std::string element;
   RowElementFacts facts;
-  for (size_t block = 1; block < blocks_; block += 2) {
+  for (size_t block = 1; block < blocks_; ++block) {
+    if (!HelpersBlock(block)) continue;
     Block* held = nullptr;
     {
       std::unique_lock<std::mutex> lock(mutex_);

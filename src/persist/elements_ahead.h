@@ -1,7 +1,8 @@
 // Formats the row elements of a long save on a helper thread, a block of
-// rows at a time: the writer formats every other block itself and takes
-// the helper's blocks, already formatted, in their turn. What is written,
-// and where, is the same as without it.
+// rows at a time: the writer formats one block in kCycle itself and takes
+// the helper's blocks, already formatted, in their turn. The helper has the
+// larger share, since the writer also writes every block out. What is
+// written, and where, is the same as without it.
 #pragma once
 
 #include <condition_variable>
@@ -24,6 +25,8 @@ class ElementsAhead {
   static constexpr size_t kLeastRows = 4096;
   // The most blocks the helper holds formatted and not yet written.
   static constexpr size_t kBlocksHeld = 4;
+  // Of each run of this many blocks, the writer formats the first.
+  static constexpr size_t kCycle = 3;
 
   // rows from start on are to be written, in order; the context's tags and
   // escaper, and the rows' values, must stay as they are until this ends.
@@ -42,14 +45,20 @@ class ElementsAhead {
   static bool Worthwhile(size_t rows, size_t start);
 
  private:
-  // The helper's blocks are the odd ones, counted from start.
+  // The helper's blocks are all but the first of each cycle, counted from
+  // start.
+  static bool HelpersBlock(size_t block) { return block % kCycle != 0; }
   struct Block {
     std::string text;
     std::vector<uint32_t> ends;  // where each row's element ends in text
     size_t block = 0;            // the block the place holds, or last held
     bool done = false;
   };
-  Block& HeldFor(size_t block) { return held_[(block / 2) % kBlocksHeld]; }
+  // The place of a helper's block: its count among the helper's blocks.
+  Block& HeldFor(size_t block) {
+    const size_t ordinal = block / kCycle * (kCycle - 1) + block % kCycle - 1;
+    return held_[ordinal % kBlocksHeld];
+  }
   void Help();
 
   const IndexWriteContext& context_;
