@@ -111,8 +111,6 @@ class InfoFill {
  public:
   static constexpr size_t kRun = 512;
 
-  explicit InfoFill(bool wanted) : wanted_(wanted) {}
-
   // Called by the lister with its listing, prepared for the fill, or null.
   void Listed(FileIterator* listing) {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -124,28 +122,29 @@ class InfoFill {
     std::unique_lock<std::mutex> lock(mutex_);
     ready_.wait(lock, [&] { return listed_; });
   }
-  // Takes runs until none is left; false if a stat threw, in which case
-  // the listing is not to be trusted.
-  bool Fill() {
-    if (listing_ == nullptr || !wanted_) return true;
+  // Takes runs until none is left.
+  void Fill() {
+    if (listing_ == nullptr) return;
     try {
       for (;;) {
         const size_t begin = next_.fetch_add(kRun);
-        if (begin >= listing_->size()) return true;
+        if (begin >= listing_->size()) return;
         listing_->FillInfo(begin, begin + kRun);
       }
     } catch (...) {
-      return false;
+      failed_ = true;
     }
   }
+  // Whether a stat threw, in which case the listing is not to be trusted.
+  bool failed() const { return failed_; }
 
  private:
-  const bool wanted_;
   std::mutex mutex_;
   std::condition_variable ready_;
   bool listed_ = false;
   FileIterator* listing_ = nullptr;
   std::atomic<size_t> next_{0};
+  std::atomic<bool> failed_{false};
 };
 
 // Loads the index file and lists the folder's ".MAI" entries. Sizes and
@@ -162,21 +161,19 @@ std::optional<FileIterator> LoadAndList(SORTEDSTOREINDEXTYPE* index, const std::
   const bool exists = StatIndexFile(folder, &file);
   std::optional<FileIterator> listing;
   std::thread lister;
-  const bool with_info = exists || !index->by_id().empty();
-  InfoFill fill(with_info);
-  std::atomic<bool> filled{true};
+  InfoFill fill;
   if (exists && ParseAhead::HelperCount() > 0) {
     try {
       lister = std::thread([&] {
         try {
           listing.emplace(pattern, FileIterator::kFilesAndDirectories, /*with_info=*/false);
-          if (with_info) listing->PrepareInfo();
+          listing->PrepareInfo();
         } catch (...) {
           // Listed again below, where a failure reaches the scan's caller.
           listing.reset();
         }
         fill.Listed(listing ? &*listing : nullptr);
-        if (!fill.Fill()) filled = false;
+        fill.Fill();
       });
     } catch (const std::system_error&) {
       // No thread to be had: listed after the load instead.
@@ -184,17 +181,17 @@ std::optional<FileIterator> LoadAndList(SORTEDSTOREINDEXTYPE* index, const std::
   }
   try {
     *index_existed = LoadExistingRows(index, folder, file, exists, report_failures);
-    if (lister.joinable() && with_info) {
+    if (lister.joinable()) {
       fill.WaitListed();
-      if (!fill.Fill()) filled = false;
+      fill.Fill();
     }
   } catch (...) {
     if (lister.joinable()) lister.join();
     throw;
   }
   if (lister.joinable()) lister.join();
-  if (listing && with_info) listing->DropVanished();
-  if (!filled) listing.reset();
+  if (fill.failed()) listing.reset();
+  if (listing) listing->DropVanished();
   if (!listing) {
     listing.emplace(pattern, FileIterator::kFilesAndDirectories,
                     /*with_info=*/!index->by_id().empty());
